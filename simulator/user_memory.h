@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: MIT
+// Looks at a program's pointer before it is used, so that a bad one is EFAULT and not a crash.
+#pragma once
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdint>
+
+namespace hx::sim {
+
+// Whether every page of the range is mapped. Says nothing of its protection.
+inline bool userMemoryMapped(const void* pointer, std::size_t bytes) {
+    const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
+    const auto start = reinterpret_cast<std::uintptr_t>(pointer);
+    if (start < page || bytes == 0) return start >= page;
+    const auto first = start / page * page;
+    // msync does nothing to memory here but fails with ENOMEM where there is none.
+    return msync(reinterpret_cast<void*>(first), start + bytes - first, MS_ASYNC) == 0;
+}
+
+}  // namespace hx::sim

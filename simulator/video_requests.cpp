@@ -1,0 +1,137 @@
+// SPDX-License-Identifier: MIT
+// Which request goes where, and the road of its argument into the simulator and back.
+#include <sys/ioctl.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+
+#include "user_memory.h"
+#include "video_node.h"
+
+namespace hx::sim {
+
+namespace {
+
+constexpr std::uint32_t kMaxExtControls = 1024;
+
+// Nodes that have a request.
+enum Nodes : unsigned { kCapture = 1, kMetadata = 2, kForeign = 4, kCamera = 3, kAll = 7 };
+
+unsigned nodesOf(NodeKind kind) {
+    switch (kind) {
+        case NodeKind::capture:
+            return kCapture;
+        case NodeKind::metadata:
+            return kMetadata;
+        default:
+            return kForeign;
+    }
+}
+
+}  // namespace
+
+struct NodeRequests {
+    struct Entry {
+        std::uint32_t request;
+        unsigned nodes;
+        Call fault;  // Call::count: takes none
+        int (*run)(VideoNode&, void*);
+        bool answersOnError = false;  // the kernel copies the argument back even then
+    };
+
+    template <auto Method, typename Argument>
+    static int invoke(VideoNode& node, void* argument) {
+        return (node.*Method)(*static_cast<Argument*>(argument));
+    }
+
+    template <auto Method>
+    static int invokeExtControls(VideoNode& node, void* argument) {
+        auto& controls = *static_cast<v4l2_ext_controls*>(argument);
+        if (controls.count > kMaxExtControls) return -EINVAL;
+        const auto bytes = controls.count * sizeof(v4l2_ext_control);
+        if (controls.count > 0 && !userMemoryMapped(controls.controls, bytes)) return -EFAULT;
+        return (node.*Method)(controls);
+    }
+
+    static const Entry* find(std::uint32_t request, NodeKind kind);
+    static int run(const Entry& entry, VideoNode& node, void* argument);
+};
+
+const NodeRequests::Entry* NodeRequests::find(std::uint32_t request, NodeKind kind) {
+    using Node = VideoNode;
+    constexpr Call kNoFault = Call::count;
+    static constexpr Entry kEntries[] = {
+        {VIDIOC_QUERYCAP, kAll, Call::queryCapability,
+         &invoke<&Node::queryCapability, v4l2_capability>},
+        {VIDIOC_G_PRIORITY, kCamera, kNoFault, &invoke<&Node::getPriority, std::uint32_t>},
+        {VIDIOC_S_PRIORITY, kCamera, kNoFault, &invoke<&Node::setPriority, std::uint32_t>},
+        {VIDIOC_ENUMINPUT, kCapture, kNoFault, &invoke<&Node::enumInput, v4l2_input>},
+        {VIDIOC_G_INPUT, kCapture, kNoFault, &invoke<&Node::getInput, int>},
+        {VIDIOC_S_INPUT, kCapture, kNoFault, &invoke<&Node::setInput, int>},
+        {VIDIOC_ENUM_FMT, kCamera, kNoFault, &invoke<&Node::enumFormat, v4l2_fmtdesc>},
+        {VIDIOC_ENUM_FRAMESIZES, kCapture, kNoFault,
+         &invoke<&Node::enumFrameSize, v4l2_frmsizeenum>},
+        {VIDIOC_ENUM_FRAMEINTERVALS, kCapture, kNoFault,
+         &invoke<&Node::enumFrameInterval, v4l2_frmivalenum>},
+        {VIDIOC_G_FMT, kCamera, kNoFault, &invoke<&Node::getFormat, v4l2_format>},
+        {VIDIOC_TRY_FMT, kCamera, kNoFault, &invoke<&Node::tryFormat, v4l2_format>},
+        {VIDIOC_S_FMT, kCamera, Call::setFormat, &invoke<&Node::setFormat, v4l2_format>},
+        {VIDIOC_G_PARM, kCapture, kNoFault, &invoke<&Node::getParameters, v4l2_streamparm>},
+        {VIDIOC_S_PARM, kCapture, kNoFault, &invoke<&Node::setParameters, v4l2_streamparm>},
+        {VIDIOC_REQBUFS, kCapture, Call::requestBuffers,
+         &invoke<&Node::requestBuffers, v4l2_requestbuffers>},
+        {VIDIOC_CREATE_BUFS, kCapture, kNoFault,
+         &invoke<&Node::createBuffers, v4l2_create_buffers>},
+        {VIDIOC_QUERYBUF, kCapture, Call::queryBuffer, &invoke<&Node::queryBuffer, v4l2_buffer>},
+        {VIDIOC_QBUF, kCapture, Call::queueBuffer, &invoke<&Node::queueBuffer, v4l2_buffer>},
+        {VIDIOC_DQBUF, kCapture, Call::dequeueBuffer, &invoke<&Node::dequeueBuffer, v4l2_buffer>},
+        {VIDIOC_STREAMON, kCapture, Call::streamOn, &invoke<&Node::streamOn, int>},
+        {VIDIOC_STREAMOFF, kCapture, Call::streamOff, &invoke<&Node::streamOff, int>},
+        {VIDIOC_QUERYCTRL, kCapture, Call::queryControl,
+         &invoke<&Node::queryControl, v4l2_queryctrl>},
+        {VIDIOC_QUERY_EXT_CTRL, kCapture, kNoFault,
+         &invoke<&Node::queryExtControl, v4l2_query_ext_ctrl>},
+        {VIDIOC_QUERYMENU, kCapture, kNoFault, &invoke<&Node::queryMenu, v4l2_querymenu>},
+        {VIDIOC_G_CTRL, kCapture, Call::getControl, &invoke<&Node::getControl, v4l2_control>},
+        {VIDIOC_S_CTRL, kCapture, Call::setControl, &invoke<&Node::setControl, v4l2_control>},
+        {VIDIOC_G_EXT_CTRLS, kCapture, kNoFault, &invokeExtControls<&Node::getExtControls>, true},
+        {VIDIOC_S_EXT_CTRLS, kCapture, kNoFault, &invokeExtControls<&Node::setExtControls>, true},
+        {VIDIOC_TRY_EXT_CTRLS, kCapture, kNoFault, &invokeExtControls<&Node::tryExtControls>, true},
+        {UVCIOC_CTRL_QUERY, kCapture, Call::extensionUnit,
+         &invoke<&Node::queryUnit, uvc_xu_control_query>},
+    };
+    const auto nodes = nodesOf(kind);
+    const auto* found = std::find_if(std::begin(kEntries), std::end(kEntries), [&](auto& entry) {
+        return entry.request == request && (entry.nodes & nodes);
+    });
+    return found == std::end(kEntries) ? nullptr : found;
+}
+
+// Works on a copy, like the kernel: a request that fails leaves the program's argument alone.
+int NodeRequests::run(const Entry& entry, VideoNode& node, void* argument) {
+    alignas(std::max_align_t) std::array<std::byte, 256> copy;
+    const std::size_t size = _IOC_SIZE(entry.request);
+    if (!userMemoryMapped(argument, size)) return -EFAULT;
+    std::memcpy(copy.data(), argument, size);
+    const int result = entry.run(node, copy.data());
+    const bool answered = _IOC_DIR(entry.request) & _IOC_READ;
+    if (answered && (result >= 0 || entry.answersOnError)) {
+        std::memcpy(argument, copy.data(), size);
+    }
+    return result;
+}
+
+int VideoNode::ioctl(std::uint32_t request, void* argument) {
+    if (gone()) return -ENODEV;
+    const auto* entry = NodeRequests::find(request, ref_.kind);
+    if (!entry) return -ENOTTY;
+    if (entry->fault != Call::count) {
+        if (const int error = fault(entry->fault)) return error;
+    }
+    return NodeRequests::run(*entry, *this, argument);
+}
+
+}  // namespace hx::sim
