@@ -11,31 +11,34 @@ std::size_t pageAligned(std::size_t bytes) {
     return (bytes + page - 1) / page * page;
 }
 
-BufferMemory::BufferMemory(OwnedDescriptor file, std::size_t bytes)
-    : file_(std::move(file)), bytes_(bytes), stride_(pageAligned(bytes)) {}
-
-BufferMemory::~BufferMemory() {
-    if (base_) real::munmap(base_, kMaxBuffers * stride_);
-}
-
-std::unique_ptr<BufferMemory> BufferMemory::create(std::size_t count, std::size_t bytes) {
+std::unique_ptr<BufferMemory> BufferMemory::create() {
     const int file = memfd_create("hx-sim buffers", MFD_CLOEXEC);
     if (file < 0) return nullptr;
-    std::unique_ptr<BufferMemory> memory(new BufferMemory(OwnedDescriptor(moveHigh(file)), bytes));
-    if (!memory->grow(count) || !memory->map()) return nullptr;
-    return memory;
+    return std::unique_ptr<BufferMemory>(new BufferMemory(OwnedDescriptor(moveHigh(file))));
 }
 
-bool BufferMemory::grow(std::size_t count) {
-    return ftruncate(file_.get(), static_cast<off_t>(count * stride_)) == 0;
+BufferMemory::~BufferMemory() {
+    for (const Place& place : places_) {
+        real::munmap(static_cast<void*>(place.bytes.data()), pageAligned(place.bytes.size()));
+    }
 }
 
-// Addresses for the largest ring are taken at once: a frame may be under way while the ring grows.
-bool BufferMemory::map() {
-    void* base = real::mmap(nullptr, kMaxBuffers * stride_, PROT_READ | PROT_WRITE, MAP_SHARED,
-                            file_.get(), off_t{0});
+bool BufferMemory::add(std::size_t count, std::size_t bytes) {
+    for (std::size_t i = 0; i < count; ++i) {
+        if (!addOne(bytes)) return false;
+    }
+    return true;
+}
+
+bool BufferMemory::addOne(std::size_t bytes) {
+    std::size_t offset = 0;
+    if (!places_.empty()) offset = places_.back().offset + pageAligned(places_.back().bytes.size());
+    const std::size_t size = pageAligned(bytes);
+    if (ftruncate(file_.get(), static_cast<off_t>(offset + size)) != 0) return false;
+    void* base = real::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, file_.get(),
+                            static_cast<off_t>(offset));
     if (base == MAP_FAILED) return false;
-    base_ = static_cast<std::byte*>(base);
+    places_.push_back({offset, {static_cast<std::byte*>(base), bytes}});
     return true;
 }
 

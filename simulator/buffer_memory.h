@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <memory>
 #include <span>
+#include <vector>
 
 #include "descriptor.h"
 
@@ -17,28 +18,30 @@ std::size_t pageAligned(std::size_t bytes);
 
 class BufferMemory {
   public:
-    // Room for `count` buffers of `bytes`, up to kMaxBuffers later. Null when there is no memory
-    // for it.
-    static std::unique_ptr<BufferMemory> create(std::size_t count, std::size_t bytes);
+    // Null when there is no file for it.
+    static std::unique_ptr<BufferMemory> create();
     ~BufferMemory();
     BufferMemory(const BufferMemory&) = delete;
     BufferMemory& operator=(const BufferMemory&) = delete;
 
-    std::size_t offset(std::size_t index) const { return index * stride_; }
-    std::span<std::byte> bytes(std::size_t index) const { return {base_ + offset(index), bytes_}; }
+    // Adds `count` buffers of `bytes` behind the present ones, which stay where they are.
+    bool add(std::size_t count, std::size_t bytes);
+
+    std::size_t offset(std::size_t index) const { return places_[index].offset; }
+    std::span<std::byte> bytes(std::size_t index) const { return places_[index].bytes; }
     int descriptor() const { return file_.get(); }
 
-    // Makes room for more buffers behind the present ones; their places stay.
-    bool grow(std::size_t count);
-
   private:
-    BufferMemory(OwnedDescriptor file, std::size_t bytes);
-    bool map();
+    struct Place {
+        std::size_t offset;
+        std::span<std::byte> bytes;
+    };
+
+    explicit BufferMemory(OwnedDescriptor file) : file_(std::move(file)) {}
+    bool addOne(std::size_t bytes);
 
     OwnedDescriptor file_;
-    std::size_t bytes_;
-    std::size_t stride_;
-    std::byte* base_ = nullptr;
+    std::vector<Place> places_;
 };
 
 }  // namespace hx::sim

@@ -13,6 +13,8 @@ namespace {
 constexpr std::uint32_t kBufferAbilities =
     V4L2_BUF_CAP_SUPPORTS_MMAP | V4L2_BUF_CAP_SUPPORTS_ORPHANED_BUFS;
 
+constexpr std::size_t kLargestBuffer = 64U << 20;
+
 }  // namespace
 
 BufferQueue::BufferQueue(std::uint32_t camera, TokenPipe& tokens)
@@ -56,12 +58,12 @@ int BufferQueue::create(v4l2_create_buffers& argument) {
     if (argument.format.type != V4L2_BUF_TYPE_VIDEO_CAPTURE) return -EINVAL;
     argument.index = static_cast<std::uint32_t>(ring_.size());
     if (argument.count == 0) return 0;
-    // Larger buffers would be possible with the kernel; nobody needs them for a fixed format.
-    if (argument.format.fmt.pix.sizeimage != frameBytes(config_)) return -EINVAL;
+    const std::size_t bytes = argument.format.fmt.pix.sizeimage;
+    if (bytes < frameBytes(config_) || bytes > kLargestBuffer) return -EINVAL;
     const auto total = granted(ring_.size() + argument.count);
     if (total <= ring_.size()) return -ENOBUFS;
     argument.count = static_cast<std::uint32_t>(total - ring_.size());
-    return ring_.extend(argument.count) ? 0 : -ENOMEM;
+    return ring_.extend(argument.count, bytes) ? 0 : -ENOMEM;
 }
 
 int BufferQueue::checkBuffer(const v4l2_buffer& argument) const {
@@ -205,11 +207,11 @@ int BufferQueue::place(std::size_t length, int protection, int flags, std::size_
     if ((flags & MAP_TYPE) != MAP_SHARED && (flags & MAP_TYPE) != MAP_SHARED_VALIDATE) {
         return -EINVAL;
     }
-    const int index = ring_.atOffset(offset);
-    if (!(protection & PROT_READ) || index < 0) return -EINVAL;
-    if (length == 0 || length > pageAligned(frameBytes(config_))) return -EINVAL;
+    const auto index = ring_.atOffset(offset);
+    if (!(protection & PROT_READ) || !index) return -EINVAL;
+    if (length == 0 || length > pageAligned(ring_.length(*index))) return -EINVAL;
     place.memory = OwnedDescriptor(real::fcntl(ring_.memoryDescriptor(), F_DUPFD_CLOEXEC, 0));
-    place.mark = ring_.mappingMark(static_cast<std::uint32_t>(index));
+    place.mark = ring_.mappingMark(*index);
     return place.memory.valid() ? 0 : -errno;
 }
 

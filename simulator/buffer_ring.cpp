@@ -8,15 +8,12 @@ bool BufferRing::allocate(std::size_t count) {
     buffers_.clear();
     memory_.reset();
     if (count == 0) return true;
-    memory_ = BufferMemory::create(count, frameBytes_);
-    if (!memory_) return false;
-    buffers_.resize(count);
-    return true;
+    return extend(count, frameBytes_);
 }
 
-bool BufferRing::extend(std::size_t count) {
-    if (!memory_) return allocate(count);
-    if (!memory_->grow(buffers_.size() + count)) return false;
+bool BufferRing::extend(std::size_t count, std::size_t bytes) {
+    if (!memory_) memory_ = BufferMemory::create();
+    if (!memory_ || !memory_->add(count, bytes)) return false;
     buffers_.resize(buffers_.size() + count);
     return true;
 }
@@ -27,7 +24,7 @@ v4l2_buffer BufferRing::describe(std::uint32_t index) const {
     answer.index = index;
     answer.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
     answer.memory = V4L2_MEMORY_MMAP;
-    answer.length = static_cast<std::uint32_t>(frameBytes_);
+    answer.length = static_cast<std::uint32_t>(length(index));
     answer.m.offset = static_cast<std::uint32_t>(memory_->offset(index));
     answer.bytesused = buffer.bytesUsed;
     answer.field = V4L2_FIELD_NONE;
@@ -83,11 +80,11 @@ void BufferRing::reset() {
     for (Buffer& buffer : buffers_) buffer.holder = Holder::program;
 }
 
-int BufferRing::atOffset(std::size_t offset) const {
-    for (std::size_t i = 0; i < buffers_.size(); ++i) {
-        if (memory_->offset(i) == offset) return static_cast<int>(i);
+std::optional<std::uint32_t> BufferRing::atOffset(std::size_t offset) const {
+    for (std::uint32_t i = 0; i < buffers_.size(); ++i) {
+        if (memory_->offset(i) == offset) return i;
     }
-    return -1;
+    return std::nullopt;
 }
 
 }  // namespace hx::sim

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "buffer_memory.h"
@@ -19,7 +20,8 @@ class BufferRing {
 
     // Replaces all buffers; 0 frees them. Mapped memory stays with its mappings.
     bool allocate(std::size_t count);
-    bool extend(std::size_t count);
+    // Adds buffers, which may be larger than a frame.
+    bool extend(std::size_t count, std::size_t bytes);
     std::size_t size() const { return buffers_.size(); }
 
     // What VIDIOC_QUERYBUF tells about a buffer. `index` is in range here and below.
@@ -38,10 +40,14 @@ class BufferRing {
     // Gives every buffer back to the program, as the end of a stream does.
     void reset();
 
-    std::span<std::byte> bytes(std::uint32_t index) const { return memory_->bytes(index); }
+    // The place of the frame in a buffer.
+    std::span<std::byte> frame(std::uint32_t index) const {
+        return memory_->bytes(index).first(frameBytes_);
+    }
+    std::size_t length(std::uint32_t index) const { return memory_->bytes(index).size(); }
 
-    // The buffer that starts at this offset, or -1.
-    int atOffset(std::size_t offset) const;
+    // The buffer that starts at this offset.
+    std::optional<std::uint32_t> atOffset(std::size_t offset) const;
     int memoryDescriptor() const { return memory_->descriptor(); }
 
     // Held by each mapping of the buffer; the buffer reports itself mapped meanwhile.

@@ -87,14 +87,14 @@ bool BufferQueue::unplugDue() const {
 
 void BufferQueue::fillNext(Lock& lock, std::uint32_t sequence) {
     const auto index = ring_.takeQueued();
-    const auto bytes = ring_.bytes(index);
+    const auto frame = ring_.frame(index);
     lock.unlock();
     std::int32_t exposure = 0;
     {
         const StateLock state;
         exposure = state->cameras[camera_].run.exposure;
     }
-    source_->draw(bytes, sequence, exposure);
+    source_->draw(frame, sequence, exposure);
     lock.lock();
     ring_.putFilled(index, sequence, monotonicNanoseconds());
     ++filledOfStream_;

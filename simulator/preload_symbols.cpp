@@ -12,6 +12,7 @@
 #include <cstdarg>
 #include <cstring>
 
+#include "cancel_guard.h"
 #include "descriptor_table.h"
 #include "directory.h"
 #include "node_path.h"
@@ -31,6 +32,7 @@ class ErrnoKeeper {
     }
 
   private:
+    CancelGuard guard_;
     int saved_ = errno;
 };
 
@@ -148,7 +150,8 @@ std::FILE* openText(const char* text) {
     const int file = memfd_create("hx-sim text", MFD_CLOEXEC);
     if (file < 0) return nullptr;
     const auto size = std::strlen(text);
-    if (write(file, text, size) != static_cast<ssize_t>(size) || lseek(file, 0, SEEK_SET) != 0) {
+    if (real::write(file, text, size) != static_cast<ssize_t>(size) ||
+        lseek(file, 0, SEEK_SET) != 0) {
         real::close(file);
         return nullptr;
     }
@@ -237,10 +240,25 @@ HX_EXPORT std::FILE* fopen64(const char* path, const char* mode) {
 }
 
 HX_EXPORT int close(int descriptor) {
-    const int saved = errno;
-    dropDescriptor(descriptor);
-    errno = saved;
+    {
+        const ErrnoKeeper keeper;
+        dropDescriptor(descriptor);
+        keeper.finish(0);
+    }
     return real::close(descriptor);
+}
+
+// The driver has frames for mapped buffers only.
+HX_EXPORT ssize_t read(int descriptor, void* buffer, std::size_t size) {
+    if (!nodeOf(descriptor)) return real::read(descriptor, buffer, size);
+    errno = EINVAL;
+    return -1;
+}
+
+HX_EXPORT ssize_t write(int descriptor, const void* buffer, std::size_t size) {
+    if (!nodeOf(descriptor)) return real::write(descriptor, buffer, size);
+    errno = EINVAL;
+    return -1;
 }
 
 HX_EXPORT int dup(int descriptor) noexcept {

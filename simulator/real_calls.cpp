@@ -14,9 +14,9 @@ void* findReal(const char* name) {
     if (void* found = dlsym(RTLD_NEXT, name)) return found;
     // Nothing can be done without the C library; say which name is missing before ending.
     constexpr char kText[] = "hx-sim: the C library has no function ";
-    (void)!write(STDERR_FILENO, kText, sizeof kText - 1);
-    (void)!write(STDERR_FILENO, name, std::strlen(name));
-    (void)!write(STDERR_FILENO, "\n", 1);
+    (void)!syscall(SYS_write, STDERR_FILENO, kText, sizeof kText - 1);
+    (void)!syscall(SYS_write, STDERR_FILENO, name, std::strlen(name));
+    (void)!syscall(SYS_write, STDERR_FILENO, "\n", 1);
     std::abort();
 }
 
@@ -24,6 +24,8 @@ namespace real {
 
 constinit const RealCall<int(int, const char*, int, ...)> openat{"openat"};
 constinit const RealCall<int(int)> close{"close"};
+constinit const RealCall<ssize_t(int, void*, std::size_t)> read{"read"};
+constinit const RealCall<ssize_t(int, const void*, std::size_t)> write{"write"};
 constinit const RealCall<int(int)> dup{"dup"};
 constinit const RealCall<int(int, int)> dup2{"dup2"};
 constinit const RealCall<int(int, int, int)> dup3{"dup3"};

@@ -46,6 +46,8 @@ namespace real {
 
 extern const RealCall<int(int, const char*, int, ...)> openat;
 extern const RealCall<int(int)> close;
+extern const RealCall<ssize_t(int, void*, std::size_t)> read;
+extern const RealCall<ssize_t(int, const void*, std::size_t)> write;
 extern const RealCall<int(int)> dup;
 extern const RealCall<int(int, int)> dup2;
 extern const RealCall<int(int, int, int)> dup3;

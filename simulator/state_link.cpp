@@ -21,6 +21,8 @@ namespace {
 constexpr off_t kStateByte = 0;
 constexpr off_t kOwnerBytes = 1 << 20;
 constexpr off_t kNodeBytes = 2 << 20;
+constexpr off_t kPriorityBytes = 3 << 20;
+constexpr std::uint32_t kPriorityLevels = 4;
 
 enum class Attachment : int { untried, absent, present };
 
@@ -158,6 +160,24 @@ bool tryOwnCamera(int lockDescriptor, std::uint32_t camera) {
 
 void disownCamera(int lockDescriptor, std::uint32_t camera) {
     setLock(lockDescriptor, F_UNLCK, kOwnerBytes + camera, false);
+}
+
+bool cameraOwnedElsewhere(int lockDescriptor, std::uint32_t camera) {
+    return lockedElsewhere(lockDescriptor, kOwnerBytes + camera);
+}
+
+void setPriorityLevel(int lockDescriptor, std::uint32_t camera, std::uint32_t before,
+                      std::uint32_t level) {
+    const off_t first = kPriorityBytes + off_t{camera} * kPriorityLevels;
+    setLock(lockDescriptor, F_RDLCK, first + level, false);
+    if (before != level) setLock(lockDescriptor, F_UNLCK, first + before, false);
+}
+
+std::uint32_t highestPriority(std::uint32_t camera) {
+    const off_t first = kPriorityBytes + off_t{camera} * kPriorityLevels;
+    std::uint32_t level = kPriorityLevels - 1;
+    while (level > 0 && !lockedElsewhere(g_descriptor, first + level)) --level;
+    return level;
 }
 
 void unplugCamera(SharedState& state, std::uint32_t camera) {

@@ -14,6 +14,7 @@
 #include <optional>
 
 #include "camera_state.h"
+#include "cancel_guard.h"
 
 namespace hx::sim {
 
@@ -40,6 +41,7 @@ class StateLock {
     SharedState& operator*() const { return *state_; }
 
   private:
+    CancelGuard guard_;
     SharedState* state_;
 };
 
@@ -59,6 +61,12 @@ void holdNode(int lockDescriptor, std::uint32_t minor);
 // Tries to become the one user of a camera's stream.
 bool tryOwnCamera(int lockDescriptor, std::uint32_t camera);
 void disownCamera(int lockDescriptor, std::uint32_t camera);
+bool cameraOwnedElsewhere(int lockDescriptor, std::uint32_t camera);
+
+// The priorities of V4L2: each open node of a camera has one, and the highest counts.
+void setPriorityLevel(int lockDescriptor, std::uint32_t camera, std::uint32_t before,
+                      std::uint32_t level);
+std::uint32_t highestPriority(std::uint32_t camera);
 
 // Takes the camera away. The caller holds the lock that `state` came from.
 void unplugCamera(SharedState& state, std::uint32_t camera);

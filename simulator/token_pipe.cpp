@@ -28,7 +28,7 @@ int TokenPipe::create(int flags) {
 
 void TokenPipe::add() {
     const char token = 0;
-    if (writer_.valid()) (void)!write(writer_.get(), &token, 1);
+    if (writer_.valid()) (void)!real::write(writer_.get(), &token, 1);
 }
 
 int TokenPipe::wait() {

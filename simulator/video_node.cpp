@@ -32,6 +32,9 @@ int VideoNode::open(int flags) {
     if (lock < 0) return lock;
     lock_ = OwnedDescriptor(lock);
     holdNode(lock, ref_.minor);
+    if (ref_.kind != NodeKind::foreign) {
+        setPriorityLevel(lock, ref_.index, priority_, priority_);
+    }
     return tokens_.create(flags);
 }
 
@@ -74,7 +77,18 @@ void VideoNode::abandon() {
 int VideoNode::acquire() {
     const std::lock_guard lock(ownership_);
     if (!owner_) owner_ = tryOwnCamera(lock_.get(), ref_.index);
-    return checkOwner();
+    return owner_ ? 0 : -EBUSY;
+}
+
+// Someone else's stream is EBUSY; without any there is nothing to work on.
+int VideoNode::checkOwner() const {
+    if (owner_) return 0;
+    return cameraOwnedElsewhere(lock_.get(), ref_.index) ? -EBUSY : -EINVAL;
+}
+
+int VideoNode::checkPriority() {
+    const std::lock_guard lock(ownership_);
+    return priority_ < highestPriority(ref_.index) ? -EBUSY : 0;
 }
 
 int VideoNode::queryCapability(v4l2_capability& argument) {
@@ -103,12 +117,14 @@ int VideoNode::queryCapability(v4l2_capability& argument) {
 }
 
 int VideoNode::getPriority(std::uint32_t& argument) {
-    argument = priority_;
+    argument = highestPriority(ref_.index);
     return 0;
 }
 
 int VideoNode::setPriority(std::uint32_t& argument) {
     if (argument < V4L2_PRIORITY_BACKGROUND || argument > V4L2_PRIORITY_RECORD) return -EINVAL;
+    const std::lock_guard lock(ownership_);
+    setPriorityLevel(lock_.get(), ref_.index, priority_, argument);
     priority_ = argument;
     return 0;
 }
@@ -171,7 +187,7 @@ int VideoNode::streamOn(int& type) {
 
 int VideoNode::streamOff(int& type) {
     if (type != V4L2_BUF_TYPE_VIDEO_CAPTURE) return -EINVAL;
-    if (const int error = checkOwner()) return error;
+    if (const int error = checkOwner()) return error == -EINVAL ? 0 : error;
     return queue_->streamOff();
 }
 

@@ -48,7 +48,8 @@ class VideoNode {
     bool gone();
     int fault(Call call);
     int acquire();
-    int checkOwner() const { return owner_ ? 0 : -EBUSY; }
+    int checkOwner() const;
+    int checkPriority();
 
     int queryCapability(v4l2_capability& argument);
     int getPriority(std::uint32_t& argument);
@@ -96,7 +97,7 @@ class VideoNode {
     std::optional<BufferQueue> queue_;  // of capture nodes
     std::mutex ownership_;
     std::atomic<bool> owner_{false};
-    std::atomic<std::uint32_t> priority_{V4L2_PRIORITY_DEFAULT};
+    std::uint32_t priority_ = V4L2_PRIORITY_DEFAULT;  // under ownership_
 };
 
 }  // namespace hx::sim

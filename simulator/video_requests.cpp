@@ -17,6 +17,12 @@ namespace {
 
 constexpr std::uint32_t kMaxExtControls = 1024;
 
+// What is special about a request.
+enum Manners : unsigned {
+    kGuarded = 1,         // not for a node of lower priority than another one
+    kAnswersOnError = 2,  // the argument is copied back even then
+};
+
 // Nodes that have a request.
 enum Nodes : unsigned { kCapture = 1, kMetadata = 2, kForeign = 4, kCamera = 3, kAll = 7 };
 
@@ -39,7 +45,7 @@ struct NodeRequests {
         unsigned nodes;
         Call fault;  // Call::count: takes none
         int (*run)(VideoNode&, void*);
-        bool answersOnError = false;  // the kernel copies the argument back even then
+        unsigned manners = 0;
     };
 
     template <auto Method, typename Argument>
@@ -67,10 +73,11 @@ const NodeRequests::Entry* NodeRequests::find(std::uint32_t request, NodeKind ki
         {VIDIOC_QUERYCAP, kAll, Call::queryCapability,
          &invoke<&Node::queryCapability, v4l2_capability>},
         {VIDIOC_G_PRIORITY, kCamera, kNoFault, &invoke<&Node::getPriority, std::uint32_t>},
-        {VIDIOC_S_PRIORITY, kCamera, kNoFault, &invoke<&Node::setPriority, std::uint32_t>},
+        {VIDIOC_S_PRIORITY, kCamera, kNoFault, &invoke<&Node::setPriority, std::uint32_t>,
+         kGuarded},
         {VIDIOC_ENUMINPUT, kCapture, kNoFault, &invoke<&Node::enumInput, v4l2_input>},
         {VIDIOC_G_INPUT, kCapture, kNoFault, &invoke<&Node::getInput, int>},
-        {VIDIOC_S_INPUT, kCapture, kNoFault, &invoke<&Node::setInput, int>},
+        {VIDIOC_S_INPUT, kCapture, kNoFault, &invoke<&Node::setInput, int>, kGuarded},
         {VIDIOC_ENUM_FMT, kCamera, kNoFault, &invoke<&Node::enumFormat, v4l2_fmtdesc>},
         {VIDIOC_ENUM_FRAMESIZES, kCapture, kNoFault,
          &invoke<&Node::enumFrameSize, v4l2_frmsizeenum>},
@@ -78,28 +85,33 @@ const NodeRequests::Entry* NodeRequests::find(std::uint32_t request, NodeKind ki
          &invoke<&Node::enumFrameInterval, v4l2_frmivalenum>},
         {VIDIOC_G_FMT, kCamera, kNoFault, &invoke<&Node::getFormat, v4l2_format>},
         {VIDIOC_TRY_FMT, kCamera, kNoFault, &invoke<&Node::tryFormat, v4l2_format>},
-        {VIDIOC_S_FMT, kCamera, Call::setFormat, &invoke<&Node::setFormat, v4l2_format>},
+        {VIDIOC_S_FMT, kCamera, Call::setFormat, &invoke<&Node::setFormat, v4l2_format>, kGuarded},
         {VIDIOC_G_PARM, kCapture, kNoFault, &invoke<&Node::getParameters, v4l2_streamparm>},
-        {VIDIOC_S_PARM, kCapture, kNoFault, &invoke<&Node::setParameters, v4l2_streamparm>},
+        {VIDIOC_S_PARM, kCapture, kNoFault, &invoke<&Node::setParameters, v4l2_streamparm>,
+         kGuarded},
         {VIDIOC_REQBUFS, kCapture, Call::requestBuffers,
-         &invoke<&Node::requestBuffers, v4l2_requestbuffers>},
-        {VIDIOC_CREATE_BUFS, kCapture, kNoFault,
-         &invoke<&Node::createBuffers, v4l2_create_buffers>},
+         &invoke<&Node::requestBuffers, v4l2_requestbuffers>, kGuarded},
+        {VIDIOC_CREATE_BUFS, kCapture, kNoFault, &invoke<&Node::createBuffers, v4l2_create_buffers>,
+         kGuarded},
         {VIDIOC_QUERYBUF, kCapture, Call::queryBuffer, &invoke<&Node::queryBuffer, v4l2_buffer>},
         {VIDIOC_QBUF, kCapture, Call::queueBuffer, &invoke<&Node::queueBuffer, v4l2_buffer>},
         {VIDIOC_DQBUF, kCapture, Call::dequeueBuffer, &invoke<&Node::dequeueBuffer, v4l2_buffer>},
-        {VIDIOC_STREAMON, kCapture, Call::streamOn, &invoke<&Node::streamOn, int>},
-        {VIDIOC_STREAMOFF, kCapture, Call::streamOff, &invoke<&Node::streamOff, int>},
+        {VIDIOC_STREAMON, kCapture, Call::streamOn, &invoke<&Node::streamOn, int>, kGuarded},
+        {VIDIOC_STREAMOFF, kCapture, Call::streamOff, &invoke<&Node::streamOff, int>, kGuarded},
         {VIDIOC_QUERYCTRL, kCapture, Call::queryControl,
          &invoke<&Node::queryControl, v4l2_queryctrl>},
         {VIDIOC_QUERY_EXT_CTRL, kCapture, kNoFault,
          &invoke<&Node::queryExtControl, v4l2_query_ext_ctrl>},
         {VIDIOC_QUERYMENU, kCapture, kNoFault, &invoke<&Node::queryMenu, v4l2_querymenu>},
         {VIDIOC_G_CTRL, kCapture, Call::getControl, &invoke<&Node::getControl, v4l2_control>},
-        {VIDIOC_S_CTRL, kCapture, Call::setControl, &invoke<&Node::setControl, v4l2_control>},
-        {VIDIOC_G_EXT_CTRLS, kCapture, kNoFault, &invokeExtControls<&Node::getExtControls>, true},
-        {VIDIOC_S_EXT_CTRLS, kCapture, kNoFault, &invokeExtControls<&Node::setExtControls>, true},
-        {VIDIOC_TRY_EXT_CTRLS, kCapture, kNoFault, &invokeExtControls<&Node::tryExtControls>, true},
+        {VIDIOC_S_CTRL, kCapture, Call::setControl, &invoke<&Node::setControl, v4l2_control>,
+         kGuarded},
+        {VIDIOC_G_EXT_CTRLS, kCapture, kNoFault, &invokeExtControls<&Node::getExtControls>,
+         kAnswersOnError},
+        {VIDIOC_S_EXT_CTRLS, kCapture, kNoFault, &invokeExtControls<&Node::setExtControls>,
+         kGuarded | kAnswersOnError},
+        {VIDIOC_TRY_EXT_CTRLS, kCapture, kNoFault, &invokeExtControls<&Node::tryExtControls>,
+         kAnswersOnError},
         {UVCIOC_CTRL_QUERY, kCapture, Call::extensionUnit,
          &invoke<&Node::queryUnit, uvc_xu_control_query>},
     };
@@ -118,7 +130,7 @@ int NodeRequests::run(const Entry& entry, VideoNode& node, void* argument) {
     std::memcpy(copy.data(), argument, size);
     const int result = entry.run(node, copy.data());
     const bool answered = _IOC_DIR(entry.request) & _IOC_READ;
-    if (answered && (result >= 0 || entry.answersOnError)) {
+    if (answered && (result >= 0 || (entry.manners & kAnswersOnError))) {
         std::memcpy(argument, copy.data(), size);
     }
     return result;
@@ -130,6 +142,9 @@ int VideoNode::ioctl(std::uint32_t request, void* argument) {
     if (!entry) return -ENOTTY;
     if (entry->fault != Call::count) {
         if (const int error = fault(entry->fault)) return error;
+    }
+    if (entry->manners & kGuarded) {
+        if (const int error = checkPriority()) return error;
     }
     return NodeRequests::run(*entry, *this, argument);
 }

@@ -111,8 +111,8 @@ bool CameraUvc::checkDevice(std::vector<CameraBase*>& found) {
         auto candidate = std::make_unique<CameraUvc>();
         candidate->dev.path = std::string("/dev/") + entry->d_name;
         if (!candidate->init()) continue;
-        found.push_back(candidate.get());
-        candidate.release();
+        found.push_back(nullptr);  // may throw, so before the candidate is let go
+        found.back() = candidate.release();
     }
     return true;
 }
@@ -134,7 +134,8 @@ bool CameraUvc::init() {
     dataBuf = nullptr;
     width = static_cast<std::uint32_t>(dev.width);
     height = static_cast<std::uint32_t>(dev.height);
-    dataBuf = new unsigned short[width * height]();
+    const std::uint32_t pixels = width * height;
+    dataBuf = new unsigned short[pixels]();
     return readExposureRange() && bringUp();
 }
 
@@ -198,10 +199,10 @@ void CameraUvc::takeExposureFromFrame() {
 unsigned short* CameraUvc::getData() {
     if (get_frame(&dev, 0) < 0) return nullptr;
 
-    const std::size_t pixels = width * height;
+    const std::uint32_t pixels = width * height;
     const std::size_t exposureBytes = aeInFrame ? 2 * sizeof frameExp : 0;
     // A driver may have granted another format, with smaller buffers.
-    if (frame_length(&dev) < std::max(2 * pixels, exposureBytes)) return nullptr;
+    if (frame_length(&dev) < std::max(std::size_t{2} * pixels, exposureBytes)) return nullptr;
 
     if (aeInFrame) takeExposureFromFrame();
     if (model == HX01) hx::convertHx01(dev.frame, dataBuf, pixels);

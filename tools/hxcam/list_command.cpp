@@ -99,7 +99,8 @@ int runList(const ListOptions& options, const Interrupt& interrupt) {
     } else {
         if (!survey.cameras.empty()) print(cameraTable(survey.cameras));
         if (options.all && !survey.others.empty()) {
-            print((survey.cameras.empty() ? "" : "\n") + otherTable(survey.others));
+            if (!survey.cameras.empty()) print("\n");
+            print(otherTable(survey.others));
         }
     }
     if (!survey.cameras.empty()) return exitOk;
