@@ -78,6 +78,12 @@ def test_a_camera_that_fails(hxcam, folder, spec, args, code, told, least, most)
         frame_number(frame.samples, HX02)
 
 
+def test_the_time_out_is_for_each_frame(hxcam, folder):
+    result = hxcam("capture", "-n", 5, "--timeout", f"{int(600 * SLOW)}ms", "-o", folder,
+                   cameras=(HX02 + ",rate=5",))
+    assert result.code == OK, result.err
+
+
 @pytest.mark.parametrize("args, told", [
     ("--stretch", "--png"), ("-o - --png", "folder"), ("-o - --force", "folder"), ("-n -1", "whole"),
     ("-n x", "whole"), ("--exposure 1e3", "whole"), ("--timeout 0", "no time"),
@@ -256,7 +262,8 @@ def test_containers_are_not_written_to_a_terminal():
 
 
 def test_the_child_ends_with_its_parent(folder):
-    run = OnTerminal((HX02,), "capture", "-n", "0", "-o", str(folder))
+    # The library blocks: nothing comes any more, and its close waits for a frame.
+    run = OnTerminal((HX02 + FAST + ",stall=1",), "capture", "-n", "0", "-o", str(folder))
     run.read_until(r"\d frames?, ")
     hxcam_pid = children_of(run.pid)[0]
     child = os.pidfd_open(children_of(hxcam_pid)[0])
