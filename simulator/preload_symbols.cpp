@@ -390,6 +390,42 @@ HX_EXPORT int fstatat64(int directory, const char* path, struct stat64* status,
     return statPath(directory, path, reinterpret_cast<struct stat*>(status), flags);
 }
 
+// What the calls above were in programs built before glibc 2.33, and still are in sanitizer
+// runtimes. The first argument is a layout's version; a 64-bit machine has only one.
+HX_EXPORT int __xstat(int, const char* path, struct stat* status) noexcept {
+    return statPath(AT_FDCWD, path, status, 0);
+}
+
+HX_EXPORT int __lxstat(int, const char* path, struct stat* status) noexcept {
+    return statPath(AT_FDCWD, path, status, AT_SYMLINK_NOFOLLOW);
+}
+
+HX_EXPORT int __fxstat(int, int descriptor, struct stat* status) noexcept {
+    return statDescriptor(descriptor, status);
+}
+
+HX_EXPORT int __fxstatat(int, int directory, const char* path, struct stat* status,
+                         int flags) noexcept {
+    return statPath(directory, path, status, flags);
+}
+
+HX_EXPORT int __xstat64(int, const char* path, struct stat64* status) noexcept {
+    return statPath(AT_FDCWD, path, reinterpret_cast<struct stat*>(status), 0);
+}
+
+HX_EXPORT int __lxstat64(int, const char* path, struct stat64* status) noexcept {
+    return statPath(AT_FDCWD, path, reinterpret_cast<struct stat*>(status), AT_SYMLINK_NOFOLLOW);
+}
+
+HX_EXPORT int __fxstat64(int, int descriptor, struct stat64* status) noexcept {
+    return statDescriptor(descriptor, reinterpret_cast<struct stat*>(status));
+}
+
+HX_EXPORT int __fxstatat64(int, int directory, const char* path, struct stat64* status,
+                           int flags) noexcept {
+    return statPath(directory, path, reinterpret_cast<struct stat*>(status), flags);
+}
+
 HX_EXPORT int statx(int directory, const char* path, int flags, unsigned mask,
                     struct statx* status) noexcept {
     const PathMeaning meaning = lookUpPath(directory, path);
