@@ -8,15 +8,18 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
 
 #include "cancel_guard.h"
+#include "descriptor.h"
 #include "descriptor_table.h"
 #include "directory.h"
 #include "node_path.h"
 #include "real_calls.h"
+#include "sysfs_text.h"
 
 #define HX_EXPORT extern "C" __attribute__((visibility("default")))
 
@@ -45,6 +48,15 @@ int openNode(const NodeRef& ref, int flags) {
     return keeper.finish(descriptor);
 }
 
+// The descriptor of a file that reads as `text`.
+int openText(const char* text) {
+    OwnedDescriptor file(memfd_create("hx-sim text", MFD_CLOEXEC));
+    if (!file.valid()) return -1;
+    const auto size = std::strlen(text);
+    if (real::write(file.get(), text, size) != static_cast<ssize_t>(size)) return -1;
+    return lseek(file.get(), 0, SEEK_SET) == 0 ? file.release() : -1;
+}
+
 int openPath(int directory, const char* path, int flags, mode_t mode) {
     const PathMeaning meaning = lookUpPath(directory, path);
     if (meaning.kind == PathKind::node) return openNode(meaning.node, flags);
@@ -52,6 +64,8 @@ int openPath(int directory, const char* path, int flags, mode_t mode) {
         errno = ENOENT;
         return -1;
     }
+    std::array<char, 128> text;
+    if (sysfsText(path, text.data(), text.size())) return openText(text.data());
     return real::openat(directory, path, flags, mode);
 }
 
@@ -145,23 +159,11 @@ int control(int descriptor, int command, void* argument) {
     return real::fcntl(descriptor, command, argument);
 }
 
-// The file behind a C stream that shows `text`.
-std::FILE* openText(const char* text) {
-    const int file = memfd_create("hx-sim text", MFD_CLOEXEC);
-    if (file < 0) return nullptr;
-    const auto size = std::strlen(text);
-    if (real::write(file, text, size) != static_cast<ssize_t>(size) ||
-        lseek(file, 0, SEEK_SET) != 0) {
-        real::close(file);
-        return nullptr;
-    }
-    return fdopen(file, "r");
-}
-
 std::FILE* openStream(const char* path, const char* mode) {
-    char text[128];
-    if (path && ueventText(path, text, sizeof text)) return openText(text);
-    return real::fopen(path, mode);
+    std::array<char, 128> text;
+    if (!sysfsText(path, text.data(), text.size())) return real::fopen(path, mode);
+    const int file = openText(text.data());
+    return file < 0 ? nullptr : fdopen(file, "r");
 }
 
 // Generic requests are the file's business, not the driver's.

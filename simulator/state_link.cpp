@@ -2,6 +2,7 @@
 #include "state_link.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/mman.h>
 #include <time.h>
 
@@ -70,14 +71,35 @@ SharedState* mapState(int descriptor) {
     return nullptr;
 }
 
+void beforeFork() {
+    g_mutex.lock();
+}
+
+void afterForkInParent() {
+    g_mutex.unlock();
+}
+
+// Locks do not keep apart who shares a description: the child needs one of its own.
+void afterForkInChild() {
+    const int own = newLockDescriptor();
+    if (own >= 0) {
+        real::close(g_descriptor);
+        g_descriptor = own;
+    }
+    g_mutex.unlock();
+}
+
 void attach(const char* path) {
     const int opened = real::openat(AT_FDCWD, path, O_RDWR | O_CLOEXEC);
     if (opened >= 0) {
         g_descriptor = moveHigh(opened);
         g_state = mapState(g_descriptor);
     }
-    if (!g_state)
+    if (g_state) {
+        pthread_atfork(beforeFork, afterForkInParent, afterForkInChild);
+    } else {
         std::fputs("hx-sim: the simulated cameras are gone with their launcher\n", stderr);
+    }
 }
 
 bool minorIsFree(const SharedState& state, std::uint32_t minor) {
@@ -209,25 +231,6 @@ std::optional<NodeRef> findNode(const SharedState& state, std::uint32_t minor) {
         if (state.foreign[i].minor == minor) return NodeRef{NodeKind::foreign, i, minor, 0};
     }
     return std::nullopt;
-}
-
-void lockStateForFork() {
-    g_mutex.lock();
-}
-
-void unlockStateInParent() {
-    g_mutex.unlock();
-}
-
-void unlockStateInChild() {
-    if (g_state) {
-        const int own = newLockDescriptor();
-        if (own >= 0) {
-            real::close(g_descriptor);
-            g_descriptor = own;
-        }
-    }
-    g_mutex.unlock();
 }
 
 }  // namespace hx::sim

@@ -74,9 +74,4 @@ void unplugCamera(SharedState& state, std::uint32_t camera);
 // The plugged-in node with this number.
 std::optional<NodeRef> findNode(const SharedState& state, std::uint32_t minor);
 
-// For pthread_atfork: the child must not inherit a held lock or share the parent's description.
-void lockStateForFork();
-void unlockStateInParent();
-void unlockStateInChild();
-
 }  // namespace hx::sim

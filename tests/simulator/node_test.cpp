@@ -11,13 +11,14 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <fstream>
 
 #include "support.h"
 
 namespace simtest {
 namespace {
 
-const SimCamera kFirst;
+const SimCamera kFirst("serial=A 1\\,2");
 const SimCamera kSecond;
 const SimCamera kLimited("ring=3");
 const SimCamera kEmptyRing("ring=0");
@@ -56,6 +57,19 @@ TEST(SimNode, IsACharacterDeviceUnderEveryNameOfItsPath) {
     close(dev);
     EXPECT_EQ(access("/dev/video255", F_OK), -1);
     EXPECT_EQ(errno, ENOENT);
+}
+
+TEST(SimNode, SysfsTellsWhatTheNodeIs) {
+    const auto firstLine = [](const std::string& path) {
+        std::string line;
+        std::getline(std::ifstream(path).seekg(0), line);
+        return line;
+    };
+    const std::string folder = "/sys/class/video4linux/" + kFirst.name();
+    EXPECT_EQ(firstLine(folder + "/name"), "Webcam gadget: UVC Camera");
+    EXPECT_EQ(firstLine(folder + "/device/../serial"), "A 1,2");
+    EXPECT_EQ(firstLine("/sys/class/video4linux/" + kFirst.metadataName() + "/index"), "1");
+    EXPECT_EQ(firstLine("/sys/dev/char/" + firstLine(folder + "/dev") + "/uevent"), "MAJOR=81");
 }
 
 TEST(SimNode, DeniedNodeIsSeenButNotOpened) {
