@@ -1,0 +1,131 @@
+// SPDX-License-Identifier: MIT
+// The parent's side against children that misbehave: shell scripts in the child's place. Descriptor
+// 3 is the control socket, 4 the ring, 5 the event.
+#include "capture/capture_session.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/eventfd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <vector>
+
+namespace {
+
+using Kind = hx::CaptureEvent::Kind;
+using std::chrono::milliseconds;
+using testing::HasSubstr;
+
+constexpr milliseconds kPatience{20000};
+
+class Script {
+  public:
+    explicit Script(const std::string& body)
+        : path_(std::filesystem::path(testing::TempDir()) /
+                ("child-" + std::to_string(getpid()) + ".sh")) {
+        std::ofstream(path_) << "#!/bin/sh\n" << body << '\n';
+        std::filesystem::permissions(path_, std::filesystem::perms::owner_all);
+    }
+    ~Script() { std::filesystem::remove(path_); }
+
+    hx::CaptureOptions options() const { return {.node = "/dev/video0", .childProgram = path_}; }
+
+  private:
+    std::filesystem::path path_;
+};
+
+hx::CaptureEvent waitFor(hx::CaptureSession& session, Kind kind) {
+    for (;;) {
+        hx::CaptureEvent event = session.wait(kPatience);
+        if (event.kind == kind || event.kind == Kind::timeout || event.kind == Kind::ended) {
+            return event;
+        }
+    }
+}
+
+// Bytes at an offset of the ring, as a shell command; then the event.
+std::string poke(unsigned int offset, const char* bytes) {
+    return "printf '" + std::string(bytes) +
+           "' | dd of=/proc/self/fd/4 bs=1 conv=notrunc seek=" + std::to_string(offset) +
+           " 2>/dev/null\n";
+}
+constexpr char kReady[] = "printf '\\1\\0\\0\\0\\0\\0\\0\\0' >&5\n";
+
+TEST(CaptureSession, NamesWhatTheChildDidWrong) {
+    const struct {
+        const char* label;
+        std::string script;
+        const char* text;
+    } rows[] = {
+        {"ended", "exit 3", "exit status 3"},
+        {"crashed", "kill -SEGV $$", "signal 11"},
+        {"spoke nonsense", "echo nonsense >&3; exec sleep 60", "makes no sense"},
+        {"claimed too many frames", poke(0, "\\377") + kReady + "exec sleep 60", "255 waiting"},
+        {"claimed too long a frame",
+         poke(128 + 7, "\\1") + poke(0, "\\1") + kReady + "exec sleep 60", "bytes in a slot"},
+        {"shrank the ring", "truncate -s 0 /proc/self/fd/4 && exit 0; exit 7", "exit status 7"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.label);
+        const Script script(row.script);
+        hx::CaptureSession session(script.options());
+        const hx::CaptureEvent event = waitFor(session, Kind::ended);
+        ASSERT_EQ(event.kind, Kind::ended);
+        EXPECT_EQ(event.end, hx::CaptureEnd::childFailed);
+        EXPECT_THAT(event.text, HasSubstr(row.text));
+        session.stop(milliseconds(0));
+    }
+}
+
+TEST(CaptureSession, HandsOutMessagesBeforeTheEndAsUtf8) {
+    const Script script(
+        "printf 'plain\\n\\316\\336\\267\\250: x\\n\\377\\n' >&2; printf 'unfinished' >&2; exit 1");
+    hx::CaptureSession session(script.options());
+    for (const char* const line : {"plain", "\xe6\x97\xa0\xe6\xb3\x95: x", "\\xff", "unfinished"}) {
+        const hx::CaptureEvent event = session.wait(kPatience);
+        EXPECT_EQ(event.kind, Kind::message);
+        EXPECT_EQ(event.text, line);
+    }
+    EXPECT_EQ(session.wait(kPatience).kind, Kind::ended);
+    EXPECT_EQ(session.messages().size(), 4U);
+}
+
+TEST(CaptureSession, EndsAChildThatDoesNotStop) {
+    const Script script("trap '' TERM INT; echo up >&2; exec sleep 60");
+    hx::CaptureSession session(script.options());
+    ASSERT_EQ(waitFor(session, Kind::message).text, "up");
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(session.stop(milliseconds(50)));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, kPatience / 2);
+    EXPECT_THAT(session.wait(kPatience).text, HasSubstr("signal 9"));
+}
+
+TEST(CaptureSession, WaitsNoLongerThanAskedAndHearsAnInterrupt) {
+    const Script script("exec sleep 60");
+    const hx::UniqueFd interrupt(eventfd(0, EFD_CLOEXEC));
+    hx::CaptureOptions options = script.options();
+    options.interruptFd = interrupt.get();
+    hx::CaptureSession session(options);
+    EXPECT_EQ(session.wait(milliseconds(1)).kind, Kind::timeout);
+    EXPECT_THROW(session.setExposure(5, milliseconds(1)), hx::CaptureError);
+    ASSERT_EQ(eventfd_write(interrupt.get(), 1), 0);
+    EXPECT_EQ(session.wait(kPatience).kind, Kind::interrupted);
+}
+
+TEST(CaptureSession, ReportsAMissingChildAtOnce) {
+    hx::CaptureOptions options;
+    options.childProgram = "/nonexistent/child";
+    // Under an emulator the new process says it by its exit status instead.
+    try {
+        hx::CaptureSession session(options);
+        EXPECT_THAT(session.wait(kPatience).text, HasSubstr("exit status 127"));
+    } catch (const hx::CaptureError& error) {
+        EXPECT_THAT(error.what(), HasSubstr("/nonexistent/child"));
+    }
+}
+
+}  // namespace

@@ -1,0 +1,262 @@
+# SPDX-License-Identifier: MIT
+"""hxcam capture: every frame whole and right, and an end in time whatever the camera does."""
+import os
+import pty
+import re
+import select
+import shutil
+import signal
+import subprocess
+
+import numpy as np
+import pytest
+
+from conftest import (FAILED, FAST, HX01, HX02, HXCAM, INTERRUPTED, LOST, NO_CAMERA, OK, SLOW,
+                      TIMEOUT, USAGE, environment, files_in, run_command, under_sim)
+from frames import HEIGHT, WIDTH, Container, containers, frame_number, read_png
+
+
+def names(count):
+    return [f"frame-{i:06}.hxc" for i in range(count)]
+
+
+def stored(folder):
+    return [Container(path.read_bytes()) for path in sorted(folder.glob("*.hxc"))]
+
+
+@pytest.mark.parametrize("how", [(), ("--pull",), ("-o", "-"), ("--pull", "-o", "-")],
+                         ids=" ".join)
+@pytest.mark.parametrize("identification", [HX01, HX02, "HX05-V02.1-12345C"])
+def test_every_sample_and_entry(hxcam, folder, identification, how):
+    place = () if "-o" in how else ("-o", folder)
+    result = hxcam("capture", "-n", 3, *how, *place, "--exposure", 300,
+                   cameras=(identification + FAST,))
+    assert result.code == OK, result.err
+    assert re.match(r"3 frames, .* 0 lost\n$", result.err)
+    taken = list(containers(result.raw)) if "-o" in how else stored(folder)
+    assert place == () or files_in(folder) == names(3)
+    assert len(taken) == 3
+
+    for frame in taken:
+        assert (frame.number(4), frame.number(5), frame.number(6)) == (WIDTH, HEIGHT, 10)
+        assert frame.text(8) == identification
+        assert frame.number(10) == 300
+        assert len(frame.entries) == 18
+    if not identification.startswith("HX05"):
+        assert [frame_number(frame.samples, identification) for frame in taken] == [0, 1, 2]
+    else:
+        assert not any(frame.samples.any() for frame in taken)
+
+
+@pytest.mark.parametrize("spec, args, code, told, least, most", [
+    ("stall=3", "-n 9 --timeout {}ms", TIMEOUT, "no frame within", 3, 3),
+    ("stall=0", "-n 1 --pull --timeout {}ms", TIMEOUT, "no frame within", 0, 0),
+    ("unplug=3", "-n 9", LOST, "the camera was lost.*library: -1: Invalid argument", 3, 3),
+    ("unplug=3:blocked", "-n 9 --pull", LOST, "the camera was lost", 3, 3),
+    ("unplug=3:taken", "-n 9", LOST, "the camera was lost.*library: -2: No such device", 2, 3),
+    ("unplug=3:taken", "-n 9 --pull", LOST, "the camera was lost", 2, 3),
+    ("unplug=3:waiting", "-n 9", LOST, "the camera was lost.*library: -1: No such device", 3, 3),
+    ("unplug=3:waiting", "-n 9 --pull", LOST, "the camera was lost", 3, 3),
+    ("xu=slow:60", "--timeout {}ms", TIMEOUT, "no answer", 0, 0),
+    ("format=refuse", "", FAILED, "cannot start this camera\n.*library: fmt:: Invalid", 0, 0),
+    ("fault=REQBUFS:1=EBUSY", "", FAILED, "another program uses it", 0, 0),
+    ("fault=XU:*=EIO", "", NO_CAMERA, "no camera found", 0, 0),
+    ("auto-exposure=held", "--exposure 9", FAILED, "refuses exposure 9.*Permission denied", 0, 0),
+    ("exposure=5:50:7", "--exposure 51", USAGE, "outside of this camera's range, 5 to 50", 0, 0),
+])
+def test_a_camera_that_fails(hxcam, folder, spec, args, code, told, least, most):
+    args = args.format(int(700 * SLOW)).split()
+    result = hxcam("capture", "-o", folder, *args, cameras=(f"{HX02},rate=50,{spec}",))
+    assert (result.code, result.out) == (code, "")
+    assert re.search(told, result.err, re.DOTALL), result.err
+    assert result.seconds < 10 * SLOW
+    # What came before is there, whole, and nothing else.
+    assert least <= len(files_in(folder)) <= most
+    assert files_in(folder) == names(len(files_in(folder)))
+    for frame in stored(folder):
+        frame_number(frame.samples, HX02)
+
+
+@pytest.mark.parametrize("args, told", [
+    ("--stretch", "--png"), ("-o - --png", "folder"), ("-o - --force", "folder"), ("-n -1", "whole"),
+    ("-n x", "whole"), ("--exposure 1e3", "whole"), ("--timeout 0", "no time"),
+    ("--timeout 5m", "no time"), ("--timeout nan", "no time"), ("--timeout 1e99s", "no time"),
+    ("--frobnicate", "not expected"), ("extra", "not expected"),
+])
+def test_wrong_options(hxcam, tmp_path, args, told):
+    result = hxcam("capture", *args.split(), cameras=(HX02,), cwd=tmp_path)
+    assert result.code == USAGE
+    assert told in result.err
+    assert files_in(tmp_path) == []
+
+
+def test_without_a_camera_or_a_choice(hxcam, tmp_path):
+    for cameras, code in (((), NO_CAMERA), ((HX01, HX02), USAGE)):
+        result = hxcam("capture", cameras=cameras, cwd=tmp_path)
+        assert result.code == code and "camera" in result.err
+        assert files_in(tmp_path) == []
+
+
+def test_files_are_kept_unless_forced(hxcam, folder):
+    folder.mkdir()
+    camera = (HX02 + FAST,)
+    for name, args in (("frame-000002.hxc", "-n 3"), ("frame-000007.hxc", "-n 0"),
+                       ("frame-000000.png", "--png")):
+        (folder / name).write_text("mine")
+        result = hxcam("capture", "-o", folder, *args.split(), cameras=camera)
+        assert result.code == FAILED and name in result.err and "--force" in result.err
+        assert files_in(folder) == [name] and (folder / name).read_text() == "mine"
+        (folder / name).unlink()
+
+    for name in ("frame-000003.hxc", "frame-000000.png", "frame-0.txt"):
+        (folder / name).write_text("mine")
+    assert hxcam("capture", "-o", folder, "-n", 3, cameras=camera).code == OK
+    assert hxcam("capture", "-o", folder, "-n", 4, "--force", cameras=camera).code == OK
+    assert len(stored(folder)) == 4
+
+
+@pytest.mark.parametrize("place, told", [
+    ("/dev/null", "Not a directory"), ("/nonexistent/x", "No such file"), ("/proc", "/proc"),
+])
+def test_a_folder_that_takes_no_files(hxcam, place, told):
+    result = hxcam("capture", "-o", place, cameras=(HX02 + FAST,))
+    assert result.code == FAILED and told in result.err
+
+
+def test_a_full_output(shell):
+    for command in ("capture -o -", "list", "get exposure"):
+        result = shell(f'"$HXCAM" {command} >/dev/full', (HX02 + FAST,))
+        assert result.code == FAILED and "No space left" in result.err
+
+
+def test_a_full_disk_leaves_whole_files(tmp_path):
+    # 6 MiB: room for one container.
+    mounted = f'mount -t tmpfs -o size=6m tmpfs "{tmp_path}" && '
+    if shutil.which("unshare") is None or subprocess.run(
+            ["unshare", "-rm", "sh", "-c", mounted + ":"], capture_output=True, check=False).returncode:
+        pytest.skip("no tmpfs can be mounted here")
+    script = mounted + f'"$0" capture -n 3 -o "{tmp_path}"; echo $?; ls -A "{tmp_path}"'
+    result = run_command(["unshare", "-rm", *under_sim((HX02 + FAST,), ["sh", "-c", script, HXCAM])])
+    assert result.out.split() == [str(FAILED), "frame-000000.hxc"]
+    assert "No space left" in result.err
+
+
+def test_a_reader_that_goes_away(shell):
+    script = '{ "$HXCAM" capture -n 0 -o -; echo $? >&2; } | head -c 5000000'
+    result = shell(script, (HX02 + FAST,))
+    assert len(result.raw) == 5000000
+    assert re.match(r"\d frames.* lost\n1\n$", result.err)
+
+
+def test_pictures(hxcam, folder):
+    for stretch in ((), ("--stretch",)):
+        result = hxcam("capture", "-o", folder, "--png", "--force", *stretch,
+                       cameras=(HX02 + FAST,))
+        assert result.code == OK
+        assert files_in(folder) == ["frame-000000.hxc", "frame-000000.png"]
+        samples = stored(folder)[0].samples.astype(np.uint64)
+        if stretch:
+            samples = np.minimum(65535, (samples * 65535 + 511) // 1023)
+        assert np.array_equal(read_png(folder / "frame-000000.png").reshape(-1), samples)
+
+
+def test_lost_frames_are_counted(hxcam, folder):
+    # The camera delivers as fast as it is read, and compressing pictures is slower than that.
+    result = hxcam("capture", "-n", 30, "--png", "-o", folder, cameras=(HX02 + FAST,))
+    assert result.code == OK
+    numbers = [frame_number(frame.samples, HX02) for frame in stored(folder)]
+    assert numbers == sorted(set(numbers))
+    told = int(re.search(r"(\d+) lost", result.err).group(1))
+    assert told == numbers[-1] + 1 - 30 > 0
+
+
+def test_two_captures_side_by_side(shell, tmp_path):
+    script = ('"$HXCAM" capture --camera 0 -n 8 -o "$1/a" & '
+              '"$HXCAM" capture --camera 1 -n 8 -o "$1/b" && wait $!')
+    result = shell(script, (HX02, HX01), tmp_path)
+    assert result.code == OK, result.err
+    for place, identification in (("a", HX02), ("b", HX01)):
+        taken = stored(tmp_path / place)
+        assert [frame.text(8) for frame in taken] == 8 * [identification]
+        for frame in taken:
+            frame_number(frame.samples, identification)
+
+
+def test_a_camera_in_use(shell, tmp_path):
+    script = ('"$HXCAM" capture -n 0 -o - 2>"$1/err" | '
+              '{ head -c 1 >"$1/first"; "$HXCAM" capture -o "$1/frames"; }')
+    result = shell(script, (HX02 + FAST,), tmp_path)
+    assert result.code == FAILED
+    assert "another program uses it" in result.err and "library: fmt:: Device" in result.err
+
+
+def test_the_library_speaks_in_the_terminal_encoding(hxcam, folder):
+    # Its message about the exposure is in GBK.
+    camera = (f"{HX01},rate=0,fault=G_CTRL:*=EIO",)
+    args = ("capture", "-o", folder, "--force", "--quiet")
+    assert hxcam(*args, cameras=camera).err == ""
+    told = hxcam(*args, "--verbose", cameras=camera).err
+    assert told.splitlines()[0] == "library: \u65e0\u6cd5\u8bbe\u7f6e\u66dd\u5149\u65f6\u95f4: " \
+        "Input/output error"
+
+
+def children_of(pid):
+    with open(f"/proc/{pid}/task/{pid}/children", encoding="ascii") as children:
+        return [int(child) for child in children.read().split()]
+
+
+class OnTerminal:
+    """hxcam with standard error on a terminal of its own, so that it shows progress."""
+
+    def __init__(self, cameras, *args):
+        pid, self.master = pty.fork()
+        if pid == 0:
+            null = os.open("/dev/null", os.O_RDWR)
+            os.dup2(null, 1)
+            command = under_sim(cameras, [HXCAM, *args])
+            os.execvpe(command[0], command, environment())
+        self.pid = pid
+        self.shown = ""
+
+    def read_until(self, pattern):
+        while not re.search(pattern, self.shown):
+            try:
+                self.shown += os.read(self.master, 4096).decode()
+            except OSError:  # the other end is closed
+                return
+
+    def wait(self):
+        self.read_until("$^")
+        os.close(self.master)
+        return os.waitstatus_to_exitcode(os.waitpid(self.pid, 0)[1])
+
+
+@pytest.mark.parametrize("spec", ["rate=50", "rate=50,stall=4"])
+def test_ctrl_c_leaves_whole_files(folder, spec):
+    run = OnTerminal((f"{HX02},{spec}",), "capture", "-n", "0", "-o", str(folder))
+    run.read_until(r"[1-9] frames, ")
+    os.write(run.master, b"\x03")
+    assert run.wait() == INTERRUPTED
+    count = int(re.findall(r"(\d+) frames, .*first", run.shown)[-1])
+    assert files_in(folder) == names(count) and count >= 1
+    for frame in stored(folder):
+        frame_number(frame.samples, HX02)
+
+
+def test_containers_are_not_written_to_a_terminal():
+    master, slave = os.openpty()
+    command = under_sim((HX02,), [HXCAM, "capture", "-o", "-"])
+    done = subprocess.run(command, stdout=slave, stderr=subprocess.PIPE, check=False)
+    assert done.returncode == USAGE and b"terminal" in done.stderr
+    os.close(master)
+    os.close(slave)
+
+
+def test_the_child_ends_with_its_parent(folder):
+    run = OnTerminal((HX02,), "capture", "-n", "0", "-o", str(folder))
+    run.read_until(r"[1-9] frames, ")
+    hxcam_pid = children_of(run.pid)[0]
+    child = os.pidfd_open(children_of(hxcam_pid)[0])
+    os.kill(hxcam_pid, signal.SIGKILL)
+    assert select.select([child], [], [], 20 * SLOW)[0], "the capture child lives on"
+    run.wait()

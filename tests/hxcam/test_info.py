@@ -1,0 +1,92 @@
+# SPDX-License-Identifier: MIT
+"""hxcam info, on whole and on damaged files."""
+import json
+import random
+import struct
+
+import pytest
+
+from conftest import FAILED, HXCAM, OK, run_command
+
+TABLE = 8 + 8 + 17
+
+
+def container():
+    """2 x 2 samples and four entries, by hand."""
+    samples = struct.pack("<4H", 1, 2, 3, 65535)
+    payloads = struct.pack("<HI", 1, 4) + b"\xce\xdeab\0" + struct.pack("<3H", 7, 8, 9)
+    entries = [(1, 1, 1, 16), (2, 2, 1, 18), (8, 4, 5, 22), (77, 1, 3, 27)]
+    table = struct.pack("<H", len(entries)) + b"".join(struct.pack("<HHII", *e) for e in entries)
+    return b"LL" + struct.pack("<HI", 0x4858, TABLE) + samples + payloads + table
+
+
+def info(*args, **options):
+    return run_command([HXCAM, "info", *map(str, args)], **options)
+
+
+def test_every_entry_is_shown(tmp_path):
+    whole = tmp_path / "whole.hxc"
+    whole.write_bytes(container())
+    lines = [line.split() for line in info(whole).out.splitlines()]
+    assert lines[2] == ["1", "data", "type", "16", "bit", "1", "1"]
+    assert lines[4] == ["8", "identification", "text", "5", "\\xce\\xdeab"]
+    assert lines[5] == ["77", "unknown", "16", "bit", "3", "[7,8,9]"]
+
+    twice = info("--json", "-", input=2 * container())
+    assert twice.code == OK
+    described = json.loads(twice.out)
+    assert [c["offset"] for c in described["containers"]] == [0, len(container())]
+    assert described["containers"][1]["entries"][3]["value"] == [7, 8, 9]
+
+
+def changed(offset, data):
+    bytes_ = bytearray(container())
+    bytes_[offset:offset + len(data)] = data
+    return bytes(bytes_)
+
+
+@pytest.mark.parametrize("data, fault", [
+    (b"", "header is cut off"),
+    (b"LL\x58\x48\0\0\0", "header is cut off"),
+    (changed(0, b"LX"), "does not begin"),
+    (changed(2, b"\x48\x58"), "other byte order"),
+    (changed(4, b"\4\0\0\0"), "into the header"),
+    (changed(4, b"\xff\xff\xff\xff"), "cut off"),
+    (container()[:TABLE + 1], "cut off"),
+    (container()[:-1], "cut off"),
+    (changed(TABLE, b"\xff\xff"), "cut off: 65535 entries"),
+    (changed(TABLE + 2 + 8, b"\7\0\0\0"), "entry 0 (tag 1): its payload"),
+    (changed(TABLE + 2 + 3 * 12 + 4, b"\4\0\0\0"), "entry 3 (tag 77): its payload"),
+    (changed(TABLE + 2 + 3 * 12 + 4, b"\xff\xff\xff\xff"), "entry 3 (tag 77): its payload"),
+    (changed(TABLE + 2 + 3 * 12 + 8, b"\xff\xff\xff\xff"), "entry 3 (tag 77): its payload"),
+    (changed(18, b"\x0d\0\0\0"), "samples (26 bytes) reach past"),
+    (changed(18, b"\xff\xff\xff\xff"), "reach past"),
+    (container() + b"rest", "at byte 83: the header is cut off"),
+])
+def test_what_is_wrong_is_told(tmp_path, data, fault):
+    damaged = tmp_path / "damaged.hxc"
+    damaged.write_bytes(data)
+    result = info(damaged)
+    assert result.code == FAILED
+    assert str(damaged) in result.err and fault in result.err
+
+
+def test_no_damage_is_believed(tmp_path):
+    # Every byte changed in turn, and random cuts: each file is read or refused, and the rest goes on.
+    chance = random.Random(1)
+    for i in range(len(container())):
+        (tmp_path / f"{i:03}").write_bytes(changed(i, bytes([chance.randrange(256)])))
+        (tmp_path / f"{i:03}cut").write_bytes(container()[:i])
+    files = sorted(tmp_path.iterdir())
+    result = info("--json", *files)
+    assert result.code == FAILED
+    assert [json.loads(line)["file"] for line in result.out.splitlines()] == list(map(str, files))
+    assert all("error" in json.loads(line) for line in result.out.splitlines()[1::2])
+
+
+def test_a_missing_file_does_not_hide_the_others(tmp_path):
+    (tmp_path / "whole").write_bytes(container())
+    result = info(tmp_path / "none", tmp_path, tmp_path / "whole")
+    assert result.code == FAILED
+    assert "No such file" in result.err and "Is a directory" in result.err
+    assert "identification" in result.out

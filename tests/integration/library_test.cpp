@@ -1,0 +1,322 @@
+// SPDX-License-Identifier: MIT
+// The built library on simulated cameras, through its exported functions alone. Each test is run
+// under the launcher with the cameras that CMakeLists.txt gives it.
+#include <algorithm>
+#include <cmath>
+#include <condition_variable>
+#include <cstdint>
+#include <cstring>
+#include <filesystem>
+#include <mutex>
+#include <set>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "api/hx_camera.h"
+
+namespace {
+
+using testing::internal::CaptureStderr;
+using testing::internal::GetCapturedStderr;
+
+constexpr unsigned int kWidth = 1600;
+constexpr unsigned int kPixels = kWidth * 1200;
+constexpr char kMetadataNode[] = "!name: Inappropriate ioctl for device\n";
+
+// A container, taken apart here on its own terms.
+class Frame {
+  public:
+    Frame(const unsigned char* data, unsigned long size) : bytes_(data, data + size) {}
+
+    std::string text(unsigned int tag) const {
+        return reinterpret_cast<const char*>(&bytes_[offset(tag)]);
+    }
+    std::uint32_t number(unsigned int tag) const { return read<std::uint32_t>(offset(tag)); }
+    std::uint16_t sample(unsigned int i) const {
+        return read<std::uint16_t>(8 + 2 * std::size_t{i});
+    }
+    std::size_t size() const { return bytes_.size(); }
+
+  private:
+    template <class Value>
+    Value read(std::size_t at) const {
+        Value value;
+        if (at + sizeof value > bytes_.size()) throw std::out_of_range("container");
+        std::memcpy(&value, &bytes_[at], sizeof value);
+        return value;
+    }
+    std::size_t offset(unsigned int tag) const {
+        return read<std::uint32_t>(read<std::uint32_t>(4) + 2 + 12 * (tag - 1) + 8);
+    }
+
+    std::vector<unsigned char> bytes_;
+};
+
+// What the ramp's raw word in frame f at pixel i must become.
+class Ramp {
+  public:
+    explicit Ramp(const std::string& identification)
+        : hx02_(identification.starts_with("HX02")),
+          inFrame_(identification.find("V02") != std::string::npos) {
+        constexpr double kResponse[9] = {.93, .98, .91, .95, .94, .96, .99, .92, .97};
+        for (unsigned int place = 0; place < 9; ++place) {
+            for (unsigned int raw = 0; raw < 65536; ++raw) {
+                table_[place].push_back(hx02_ ? std::round(raw / 64.0 / kResponse[place])
+                                              : (raw & 255) * 4 + (raw >> 8));
+            }
+        }
+    }
+
+    // The first pixel that differs, or kPixels.
+    unsigned int firstDifference(const Frame& frame, unsigned int number) const {
+        for (unsigned int i = 0; i < kPixels; ++i) {
+            const unsigned int source = i == 0 && inFrame_ ? 1 : i;
+            const unsigned int raw = (source + 257 * number) % 65536;
+            const unsigned int place = i / kWidth % 3 * 3 + i % kWidth % 3;
+            if (frame.sample(i) != table_[place][raw]) return i;
+        }
+        return kPixels;
+    }
+
+  private:
+    bool hx02_;
+    bool inFrame_;
+    std::vector<double> table_[9];
+};
+
+// What a callback collects; copies and returns, as every callback should.
+class Receiver {
+  public:
+    static void receive(unsigned char* data, unsigned long size, void* userData) {
+        auto& self = *static_cast<Receiver*>(userData);
+        const std::lock_guard lock(self.mutex_);
+        self.blocks_.insert(data);
+        if (self.frames_.size() < self.keep_) self.frames_.emplace_back(data, size);
+        ++self.count_;
+        self.changed_.notify_all();
+    }
+    explicit Receiver(std::size_t keep = 1) : keep_(keep) {}
+
+    void await(unsigned int count) {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [&] { return count_ >= count; });
+    }
+    unsigned int count() {
+        const std::lock_guard lock(mutex_);
+        return count_;
+    }
+    const std::vector<Frame>& frames() const { return frames_; }
+    std::size_t blocks() const { return blocks_.size(); }
+
+  private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::vector<Frame> frames_;
+    std::set<unsigned char*> blocks_;
+    std::size_t keep_;
+    unsigned int count_ = 0;
+};
+
+std::size_t openDescriptors() {
+    const std::filesystem::directory_iterator all("/proc/self/fd");
+    return static_cast<std::size_t>(std::distance(begin(all), end(all)));
+}
+
+// An enumeration, released at the end; what it prints is kept.
+class Cameras {
+  public:
+    Cameras() {
+        CaptureStderr();
+        result = enumHxCamera(&list, &count);
+        messages = GetCapturedStderr();
+    }
+    ~Cameras() { release(); }
+    Cameras(const Cameras&) = delete;
+    Cameras& operator=(const Cameras&) = delete;
+
+    void release() {
+        if (list != nullptr) {
+            EXPECT_EQ(releaseHxCamera(list, static_cast<int>(count)), 0);
+        }
+        list = nullptr;
+    }
+    std::string name(unsigned int i) const {
+        const char* text = nullptr;
+        EXPECT_EQ(controlHxCamera(list[i], HX_CMD_NAME, &text), 0);
+        return text;
+    }
+
+    HxCameraContextTag** list = nullptr;
+    unsigned int count = 99;
+    int result = -1;
+    std::string messages;
+};
+
+unsigned int exposureOf(HxCameraContextTag* ctx) {
+    unsigned int value = 0;
+    EXPECT_EQ(controlHxCamera(ctx, HX_CMD_GET_EXPOSURE, &value), 0);
+    return value;
+}
+
+TEST(Push, DeliversEverySampleOfTwoCamerasAtOnce) {
+    Cameras cameras;
+    ASSERT_EQ(cameras.count, 2u);
+    // Newest node first; each camera has a metadata node, which has no identification.
+    EXPECT_EQ(cameras.messages, std::string(kMetadataNode) + kMetadataNode);
+    EXPECT_EQ(cameras.name(0), "22222E");
+    EXPECT_EQ(cameras.name(1), "12345A-");
+
+    constexpr unsigned int kFrames = 12;
+    Receiver receivers[2]{Receiver(kFrames), Receiver(kFrames)};
+    for (int i = 0; i < 2; ++i) {
+        registerHxCameraCallback(cameras.list[i], Receiver::receive, &receivers[i]);
+        ASSERT_EQ(openHxCamera(cameras.list[i], true), 0);
+    }
+    for (int i = 0; i < 2; ++i) receivers[i].await(kFrames);
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(closeHxCamera(cameras.list[i]), 0);
+
+    const std::string texts[] = {"HX01-V01.3-22222E", "HX02-V02.1-12345A-L"};
+    for (int i = 0; i < 2; ++i) {
+        SCOPED_TRACE(texts[i]);
+        const Ramp ramp(texts[i]);
+        EXPECT_EQ(receivers[i].blocks(), 1u);
+        for (unsigned int n = 0; n < kFrames; ++n) {
+            const Frame& frame = receivers[i].frames()[n];
+            ASSERT_EQ(ramp.firstDifference(frame, n), kPixels) << "frame " << n;
+            EXPECT_EQ(frame.text(8), texts[i]);
+            EXPECT_EQ(frame.text(9), "1.0.1-rc");
+            EXPECT_EQ(frame.number(4), kWidth);
+            EXPECT_EQ(frame.number(10), 156u);
+            EXPECT_EQ(frame.number(12), i == 0 ? 75u : 1u);
+            EXPECT_EQ(frame.size(), receivers[i].frames()[0].size());
+        }
+    }
+}
+
+TEST(Pull, TakesOneFrameACallAndShowsTheNewExposure) {
+    Cameras cameras;
+    ASSERT_EQ(cameras.count, 2u);
+    for (unsigned int i = 0; i < 2; ++i) {
+        HxCameraContextTag* const ctx = cameras.list[i];
+        unsigned long size = 0;
+        EXPECT_EQ(getHxData(ctx, &size), nullptr);
+        ASSERT_EQ(openHxCamera(ctx, false), 0);
+        unsigned char* const block = getHxData(ctx, &size);
+        ASSERT_NE(block, nullptr);
+        EXPECT_EQ(Frame(block, size).number(10), 156u);
+
+        // Clamped by the driver; the library only passes it on.
+        unsigned int exposure = 20000;
+        EXPECT_EQ(controlHxCamera(ctx, HX_CMD_SET_EXPOSURE, &exposure), 0);
+        while (exposureOf(ctx) != 10000) {
+            ASSERT_EQ(getHxData(ctx, &size), block);
+        }
+        ASSERT_EQ(getHxData(ctx, &size), block);
+        EXPECT_EQ(Frame(block, size).number(10), 10000u);
+        unsigned int max = 0;
+        EXPECT_EQ(controlHxCamera(ctx, HX_CMD_EXPOSURE_MAX, &max), 0);
+        EXPECT_EQ(max, 10000u);
+        EXPECT_EQ(closeHxCamera(ctx), 0);
+        EXPECT_EQ(getHxData(ctx, &size), nullptr);
+    }
+}
+
+// The first camera is pulled out after some frames, the second goes on.
+TEST(Unplug, LosesOneCameraAndNothingElse) {
+    const std::size_t descriptors = openDescriptors();
+    Cameras cameras;
+    ASSERT_EQ(cameras.count, 2u);
+    CaptureStderr();
+    Receiver lost;
+    Receiver other;
+    registerHxCameraCallback(cameras.list[1], Receiver::receive, &lost);
+    registerHxCameraCallback(cameras.list[0], Receiver::receive, &other);
+    ASSERT_EQ(openHxCamera(cameras.list[1], true), 0);
+    ASSERT_EQ(openHxCamera(cameras.list[0], true), 0);
+    lost.await(4);
+    other.await(8);
+    // The loop on the lost camera keeps trying; close returns all the same.
+    EXPECT_EQ(closeHxCamera(cameras.list[1]), 0);
+    EXPECT_LE(lost.count(), 5u);
+    EXPECT_EQ(openHxCamera(cameras.list[1], false), 0);
+    unsigned long size = 0;
+    EXPECT_EQ(getHxData(cameras.list[1], &size), nullptr);
+    other.await(other.count() + 4);
+    const std::string messages = GetCapturedStderr();
+    EXPECT_THAT(messages, testing::AnyOf("-1: Invalid argument\n", "-1: No such device\n",
+                                         "-2: No such device\n"));
+    cameras.release();
+    EXPECT_EQ(openDescriptors(), descriptors);
+
+    Cameras again;  // plugged in again meanwhile, so now the newest
+    ASSERT_EQ(again.count, 2u);
+    EXPECT_EQ(again.name(0), "12345A-");
+    ASSERT_EQ(openHxCamera(again.list[0], false), 0);
+    EXPECT_NE(getHxData(again.list[0], &size), nullptr);
+}
+
+// One camera fails in some way of its own, the other one still comes.
+TEST(BringUp, OfOneCameraFailsWithItsMessage) {
+    const std::size_t descriptors = openDescriptors();
+    Cameras cameras;
+    EXPECT_EQ(cameras.count, 1u);
+    const char* const expected = std::getenv("HX_EXPECTED");
+    ASSERT_NE(expected, nullptr);
+    std::string messages = cameras.messages;
+    for (std::size_t at; (at = messages.find(kMetadataNode)) != std::string::npos;) {
+        messages.erase(at, sizeof kMetadataNode - 1);
+    }
+    EXPECT_EQ(messages, std::string(expected) + "\n");
+    ASSERT_EQ(openHxCamera(cameras.list[0], false), 0);
+    unsigned long size = 0;
+    EXPECT_NE(getHxData(cameras.list[0], &size), nullptr);
+    cameras.release();
+    EXPECT_EQ(openDescriptors(), descriptors);
+}
+
+TEST(BringUp, WithTextCutShortThrowsAndLeaksNothing) {
+    const std::size_t descriptors = openDescriptors();
+    EXPECT_THROW(Cameras(), std::out_of_range);
+    GetCapturedStderr();
+    EXPECT_EQ(openDescriptors(), descriptors);
+}
+
+TEST(SmallBuffers, GiveNoFrame) {
+    Cameras cameras;
+    ASSERT_EQ(cameras.count, 1u);
+    ASSERT_EQ(openHxCamera(cameras.list[0], false), 0);
+    unsigned long size = 4711;
+    EXPECT_EQ(getHxData(cameras.list[0], &size), nullptr);
+    EXPECT_EQ(size, 4711u);
+}
+
+// Everything that the header allows while a thread captures, for the thread sanitizer too.
+TEST(Threads, MayControlRegisterAndCloseWhileFramesCome) {
+    Cameras cameras;
+    ASSERT_EQ(cameras.count, 2u);
+    Receiver receivers[2];
+    for (int round = 0; round < 3; ++round) {
+        for (int i = 0; i < 2; ++i) {
+            registerHxCameraCallback(cameras.list[i], Receiver::receive, &receivers[i]);
+            ASSERT_EQ(openHxCamera(cameras.list[i], true), 0);
+        }
+        for (unsigned int n = 1; n <= 20; ++n) {
+            for (HxCameraContextTag* const ctx : {cameras.list[0], cameras.list[1]}) {
+                unsigned int exposure = 10 * n;
+                EXPECT_EQ(controlHxCamera(ctx, HX_CMD_SET_EXPOSURE, &exposure), 0);
+                EXPECT_GT(exposureOf(ctx) + n, 0u);
+            }
+            registerHxCameraCallback(cameras.list[0], Receiver::receive, &receivers[n % 2]);
+        }
+        receivers[1].await(receivers[1].count() + 2);
+        for (int i = 0; i < 2; ++i) EXPECT_EQ(closeHxCamera(cameras.list[i]), 0);
+    }
+}
+
+}  // namespace

@@ -1,0 +1,253 @@
+// SPDX-License-Identifier: MIT
+#include "camera/camera_uvc_linux.h"
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <stdexcept>
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/scripted_calls.h"
+
+namespace {
+
+using scripted::world;
+using testing::internal::CaptureStderr;
+using testing::internal::GetCapturedStderr;
+
+constexpr std::uint32_t kFrameBytes = 1600 * 1200 * 2;
+constexpr char kExposureMessage[] =
+    "\xCE\xDE\xB7\xA8\xC9\xE8\xD6\xC3\xC6\xD8\xB9\xE2\xCA\xB1\xBC\xE4: Input/output error\n";
+
+class UvcCamera : public testing::Test {
+  protected:
+    UvcCamera() {
+        world().granted = 2;
+        world().bufferLength = kFrameBytes;
+    }
+    ~UvcCamera() override {
+        camera.reset();
+        scripted::reset();
+    }
+
+    bool start(const std::string& text) {
+        world().identifications["/dev/video0"] = text;
+        const std::string path = "/dev/video0";
+        camera->setHandle(&path);
+        return camera->init();
+    }
+
+    // What init() prints when it fails.
+    std::string messageOfFailingStart(const std::string& text) {
+        CaptureStderr();
+        EXPECT_FALSE(start(text));
+        return GetCapturedStderr();
+    }
+
+    std::unique_ptr<CameraUvc> camera = std::make_unique<CameraUvc>();
+};
+
+TEST_F(UvcCamera, IsIdentifiedThenAskedForItsRangeThenBroughtUp) {
+    world().exposureMin = -2;
+    world().exposureMax = 5000;
+    ASSERT_TRUE(start("HX02-V02.1-12345A-L"));
+    EXPECT_THAT(world().trace,
+                testing::ElementsAre("open", "XU", "close", "open", "QUERYCTRL", "close", "open",
+                                     "S_FMT", "REQBUFS", "QUERYBUF", "mmap", "QUERYBUF", "mmap",
+                                     "QBUF", "QBUF", "STREAMON"));
+    EXPECT_EQ(world().request.count, 20u);
+    EXPECT_EQ(world().format.fmt.pix.width, 1600u);
+    EXPECT_EQ(world().format.fmt.pix.height, 1200u);
+    EXPECT_EQ(world().format.fmt.pix.pixelformat, 0x56595559u);
+
+    EXPECT_EQ(camera->getCameraId(), "HX02-V02.1-12345A-L");
+    EXPECT_STREQ(camera->getName(), "12345A-");
+    EXPECT_EQ(camera->getWidth(), 1600);
+    EXPECT_EQ(camera->getHeight(), 1200);
+    EXPECT_EQ(camera->getDepth(), 10);
+    EXPECT_EQ(camera->getSpecResolution(), 1);
+    unsigned int min = 0;
+    unsigned int max = 0;
+    EXPECT_TRUE(camera->getExpRange(min, max));
+    EXPECT_EQ(min, 0xFFFFFFFEu);
+    EXPECT_EQ(max, 5000u);
+}
+
+TEST_F(UvcCamera, FailsWithTheMessageOfTheFailingStep) {
+    struct {
+        const char* call;
+        int nth;
+        const char* message;
+    } const kRows[] = {
+        // A node that cannot be opened counts as asked, and then has no known model.
+        {"open", 0, "Failed to open device: Input/output error\nhx verion error\n"},
+        {"XU", 1, "!name: Input/output error\n"},
+        {"QUERYCTRL", 1, "expure:: Input/output error\n"},
+        {"open", 3, "open:: Input/output error\n"},
+        {"S_FMT", 1, "fmt:: Input/output error\n"},
+        {"REQBUFS", 1, "require:: Input/output error\n"},
+        {"QUERYBUF", 2, "alloc:: Input/output error\n"},
+        {"mmap", 1, "alloc:: Input/output error\n"},
+        {"QBUF", 2, "queue:: Input/output error\n"},
+        {"STREAMON", 1, "stream:: Input/output error\n"},
+    };
+    for (const auto& row : kRows) {
+        SCOPED_TRACE(row.message);
+        camera = std::make_unique<CameraUvc>();
+        scripted::reset();
+        world().granted = 2;
+        world().failures = {{row.call, row.nth, EIO}};
+        EXPECT_EQ(messageOfFailingStart("HX01-V01.3-12345E"), row.message);
+        EXPECT_TRUE(world().openFds.empty());
+        camera.reset();  // a second tear-down would be counted as foreign
+    }
+}
+
+TEST_F(UvcCamera, RefusesTextsThatItDoesNotKnow) {
+    EXPECT_EQ(messageOfFailingStart("HX03-V01.0-12345A"), "hx verion error\n");
+    EXPECT_EQ(messageOfFailingStart("HX01-V03.0-12345A"), "ae verion error\n");
+    EXPECT_EQ(messageOfFailingStart("HX01-V01.0-12345F"), "spec resolution error\n");
+    EXPECT_EQ(world().count("QUERYCTRL"), 0);
+    EXPECT_THROW(start("HX01-V01.0-AB"), std::out_of_range);
+    EXPECT_STREQ(camera->getName(), "AB");
+}
+
+TEST_F(UvcCamera, ReadsATextThatFillsTheWholeAnswer) {
+    const std::string text = "HX02-V02.1-12345A-0123456789ABCD";
+    ASSERT_EQ(text.size(), 32u);
+    ASSERT_TRUE(start(text));
+    EXPECT_EQ(camera->getCameraId(), text);
+}
+
+TEST_F(UvcCamera, KeepsItsOpenRangeQueryUnchecked) {
+    world().failures = {{"open", 2, EACCES}};
+    EXPECT_EQ(messageOfFailingStart("HX01-V01.3-12345E"), "expure:: Bad file descriptor\n");
+}
+
+TEST_F(UvcCamera, DeliversSamplesByTheRuleOfItsModel) {
+    struct {
+        const char* text;
+        std::uint16_t first;
+        std::uint16_t second;
+    } const kRows[] = {{"HX01-V01.3-12345E", 0x12 * 4 + 3, 1275},
+                       {"HX02-V01.3-12345E", 13, 1045},
+                       {"HX05-V01.3-12345E", 0, 0}};
+    for (const auto& row : kRows) {
+        SCOPED_TRACE(row.text);
+        camera = std::make_unique<CameraUvc>();
+        scripted::reset();
+        world().granted = 2;
+        world().bufferLength = kFrameBytes;
+        ASSERT_TRUE(start(row.text));
+        const unsigned char raw[] = {0x12, 0x03, 0xFF, 0xFF};
+        std::memcpy(world().frameMemory(0), raw, sizeof raw);
+        const unsigned short* const samples = camera->getData();
+        ASSERT_NE(samples, nullptr);
+        EXPECT_EQ(samples[0], row.first);
+        EXPECT_EQ(samples[1], row.second);
+        EXPECT_EQ(samples[1600 * 1200 - 1], 0);
+        EXPECT_EQ(camera->getData(), samples) << "the camera's one buffer";
+    }
+}
+
+TEST_F(UvcCamera, TakesTheExposureOutOfTheFrame) {
+    ASSERT_TRUE(start("HX01-V02.3-12345E"));
+    EXPECT_EQ(camera->getExp(), 0u);
+    const std::uint16_t raw[] = {300, 7};
+    std::memcpy(world().frameMemory(0), raw, sizeof raw);
+    const unsigned short* const samples = camera->getData();
+    EXPECT_EQ(camera->getExp(), 300u);
+    EXPECT_EQ(samples[0], 7 * 4);
+    EXPECT_EQ(std::memcmp(world().frameMemory(0), "\x07\x00\x07\x00", 4), 0);
+    EXPECT_EQ(world().count("G_CTRL"), 0);
+}
+
+TEST_F(UvcCamera, AnswersNullForABufferShorterThanAFrame) {
+    for (const char* text : {"HX01-V01.3-12345E", "HX05-V02.3-12345E"}) {
+        camera = std::make_unique<CameraUvc>();
+        scripted::reset();
+        world().granted = 2;
+        world().bufferLength = kFrameBytes - 4096;
+        ASSERT_TRUE(start(text));
+        EXPECT_EQ(camera->getData(), nullptr);
+        EXPECT_EQ(camera->getExp(), text[5] == 'V' && text[7] == '2' ? 0u : 156u);
+    }
+}
+
+TEST_F(UvcCamera, AnswersNullOnceItsStreamIsLost) {
+    ASSERT_TRUE(start("HX01-V01.3-12345E"));
+    world().failures = {{"DQBUF", 1, ENODEV}};
+    CaptureStderr();
+    EXPECT_EQ(camera->getData(), nullptr);
+    EXPECT_EQ(camera->getData(), nullptr);
+    EXPECT_EQ(GetCapturedStderr(), "-1: No such device\n");
+}
+
+TEST_F(UvcCamera, ReadsAndSetsTheExposureControlUnchanged) {
+    ASSERT_TRUE(start("HX01-V01.3-12345E"));
+    world().exposure = 4711;
+    EXPECT_EQ(camera->getExp(), 4711u);
+    for (const unsigned int value : {0u, 77u, 0xFFFFFFFFu}) {
+        EXPECT_TRUE(camera->setExp(value));
+        EXPECT_EQ(world().control.id, 0x009A0902u);
+        EXPECT_EQ(world().control.value, static_cast<std::int32_t>(value));
+    }
+    world().failures = {{"G_CTRL", 0, EIO}, {"S_CTRL", 0, EIO}};
+    CaptureStderr();
+    EXPECT_EQ(camera->getExp(), 0u);
+    EXPECT_EQ(GetCapturedStderr(), kExposureMessage);
+    CaptureStderr();
+    EXPECT_FALSE(camera->setExp(5));
+    EXPECT_EQ(GetCapturedStderr(), kExposureMessage);
+}
+
+TEST_F(UvcCamera, DrivesNeitherLampNorGain) {
+    ASSERT_TRUE(start("HX02-V02.1-12345A-L"));
+    EXPECT_TRUE(camera->hasLamp());
+    EXPECT_TRUE(camera->setLamp(true));
+    EXPECT_FALSE(camera->getLamp());
+    EXPECT_EQ(camera->getGain(), 0u);
+    EXPECT_FALSE(camera->setGain(5));
+}
+
+TEST_F(UvcCamera, ProbesEveryNodeWhoseNameBeginsWithVideo) {
+    world().entries = {"vid", "video9", "v4l-subdev0", "video", "videoX", "null", "video0"};
+    world().identifications = {{"/dev/video9", "HX01-V01.3-1111AE"},
+                               {"/dev/video", "HX01-V01.3-2222AE"},
+                               {"/dev/video0", "HX03-V01.3-3333AE"}};
+    std::vector<CameraBase*> found;
+    CaptureStderr();
+    EXPECT_TRUE(camera->checkDevice(found));
+    EXPECT_EQ(GetCapturedStderr(), "!name: Inappropriate ioctl for device\nhx verion error\n");
+    ASSERT_EQ(found.size(), 2u);
+    EXPECT_EQ(found[0]->getCameraId(), "HX01-V01.3-1111AE");
+    EXPECT_EQ(found[1]->getCameraId(), "HX01-V01.3-2222AE");
+    EXPECT_EQ(world().count("closedir"), 1);
+    for (CameraBase* const one : found) delete one;
+}
+
+TEST_F(UvcCamera, SaysThatTheDirectoryCannotBeRead) {
+    world().failures = {{"opendir", 1, EMFILE}};
+    std::vector<CameraBase*> found;
+    CaptureStderr();
+    EXPECT_FALSE(camera->checkDevice(found));
+    EXPECT_EQ(GetCapturedStderr(), "Failed to open /dev: Too many open files\n");
+}
+
+TEST_F(UvcCamera, LeaksNothingWhenATextCutShortThrows) {
+    world().entries = {"video0", "video1"};
+    world().identifications = {{"/dev/video0", "HX01-V01.3-1111AE"},
+                               {"/dev/video1", "HX01-V01.0-AB"}};
+    std::vector<CameraBase*> found;
+    EXPECT_THROW(camera->checkDevice(found), std::out_of_range);
+    EXPECT_EQ(world().count("closedir"), 1);
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ(world().openFds.size(), 1u);
+    delete found[0];
+}
+
+}  // namespace

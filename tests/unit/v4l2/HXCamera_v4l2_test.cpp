@@ -1,0 +1,212 @@
+// SPDX-License-Identifier: MIT
+#include "v4l2/HXCamera_v4l2.h"
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+
+#include "support/scripted_calls.h"
+
+namespace {
+
+using scripted::world;
+using testing::ElementsAre;
+using testing::internal::CaptureStderr;
+using testing::internal::GetCapturedStderr;
+
+using Step = int (*)(v4l2_dev*);
+constexpr Step kSteps[] = {open_device, set_fmt, require_buf, alloc_buf, queue_buf, stream_on};
+
+class CaptureDevice : public testing::Test {
+  protected:
+    CaptureDevice() {
+        dev.path = "/dev/video7";
+        dev.buf_type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+        dev.pixel_format = V4L2_PIX_FMT_YUYV;
+        dev.width = 1600;
+        dev.height = 1200;
+        dev.buffer_count = 20;
+        dev.memory = V4L2_MEMORY_MMAP;
+        world().granted = 3;
+    }
+    ~CaptureDevice() override {
+        close_device(&dev);
+        scripted::reset();
+    }
+
+    // The first result that is not 0, or 0.
+    int bringUp() {
+        for (const Step step : kSteps) {
+            const int result = step(&dev);
+            if (result != 0) return result;
+        }
+        return 0;
+    }
+
+    v4l2_dev dev;
+};
+
+TEST_F(CaptureDevice, IsBroughtUpInTheOrderOfTheStreamingSequence) {
+    ASSERT_EQ(bringUp(), 0);
+    EXPECT_THAT(world().trace,
+                ElementsAre("open", "S_FMT", "REQBUFS", "QUERYBUF", "mmap", "QUERYBUF", "mmap",
+                            "QUERYBUF", "mmap", "QBUF", "QBUF", "QBUF", "STREAMON"));
+    EXPECT_EQ(world().openFlags, O_RDWR | O_CLOEXEC);
+    const v4l2_format& format = world().format;
+    EXPECT_EQ(format.type, 1u);
+    EXPECT_EQ(format.fmt.pix.width, 1600u);
+    EXPECT_EQ(format.fmt.pix.height, 1200u);
+    EXPECT_EQ(format.fmt.pix.pixelformat, 0x56595559u);
+    EXPECT_EQ(format.fmt.pix.field, 0u);
+    EXPECT_EQ(world().request.count, 20u);
+    EXPECT_EQ(world().request.memory, 1u);
+    EXPECT_EQ(dev.buffer_count, 3u);
+    EXPECT_THAT(world().mapOffsets, ElementsAre(0, 4096, 8192));
+
+    EXPECT_EQ(close_device(&dev), 0);
+    EXPECT_EQ(world().count("STREAMOFF"), 0);
+    EXPECT_EQ(world().count("munmap"), 3);
+}
+
+TEST_F(CaptureDevice, TakesAnEmptyRingToTheDriver) {
+    world().granted = 0;
+    EXPECT_EQ(bringUp(), 0);
+    EXPECT_THAT(world().trace, ElementsAre("open", "S_FMT", "REQBUFS", "STREAMON"));
+}
+
+struct FailingStep {
+    const char* call;
+    int nth;
+    int result;
+    int mapped;
+};
+
+class CaptureDeviceFailing : public CaptureDevice,
+                             public testing::WithParamInterface<FailingStep> {};
+
+TEST_P(CaptureDeviceFailing, TearsEverythingDownOnceAndKeepsTheError) {
+    const FailingStep& step = GetParam();
+    world().failures = {{step.call, step.nth, EPROTO}};
+    EXPECT_EQ(bringUp(), step.result);
+    EXPECT_EQ(errno, EPROTO);
+    EXPECT_TRUE(world().openFds.empty());
+    EXPECT_TRUE(world().mappings.empty());
+    EXPECT_EQ(world().count("munmap"), step.mapped);
+
+    // Stale values stay, and nothing is asked, closed or unmapped through them again.
+    const int staleFd = dev.fd;
+    const auto before = world().trace;
+    EXPECT_EQ(close_device(&dev), 0);
+    for (const Step again : {set_fmt, require_buf, alloc_buf, stream_on, stream_off}) {
+        errno = 0;
+        EXPECT_EQ(again(&dev), -1);
+        EXPECT_EQ(errno, EBADF);
+    }
+    EXPECT_EQ(dev.fd, staleFd);
+    EXPECT_EQ(world().trace, before);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Steps, CaptureDeviceFailing,
+    testing::Values(FailingStep{"open", 1, -1, 0}, FailingStep{"S_FMT", 1, -1, 0},
+                    FailingStep{"REQBUFS", 1, -1, 0}, FailingStep{"QUERYBUF", 3, -1, 2},
+                    // The failed mapping itself is unmapped too.
+                    FailingStep{"mmap", 1, -2, 1}, FailingStep{"mmap", 3, -2, 3},
+                    FailingStep{"QBUF", 2, -1, 3}, FailingStep{"STREAMON", 1, -1, 3}),
+    [](const auto& row) { return row.param.call + std::to_string(row.param.nth); });
+
+TEST_F(CaptureDevice, LeavesTheOldTableAloneInANewLife) {
+    world().failures = {{"STREAMON", 1, EIO}};
+    ASSERT_EQ(bringUp(), -1);
+    world().failures = {{"S_FMT", 2, EBUSY}};
+    dev.buffer_count = 20;
+    EXPECT_EQ(bringUp(), -1);  // releases the new descriptor, nothing of the first life
+    EXPECT_EQ(world().count("munmap"), 3);
+    world().failures.clear();
+    world().bufferMemory.clear();
+    world().queued.clear();
+    EXPECT_EQ(bringUp(), 0);
+    EXPECT_EQ(get_frame(&dev, 0), 0);
+}
+
+TEST_F(CaptureDevice, TakesSkipPlusOneFramesAndHandsEachBackAtOnce) {
+    ASSERT_EQ(bringUp(), 0);
+    world().trace.clear();
+    EXPECT_EQ(get_frame(&dev, -1), 0);
+    EXPECT_TRUE(world().trace.empty());
+    EXPECT_EQ(dev.frame, nullptr);
+
+    world().timestamp = {12, 345678};
+    EXPECT_EQ(get_frame(&dev, 1), 0);
+    EXPECT_THAT(world().trace, ElementsAre("DQBUF", "QBUF", "DQBUF", "QBUF"));
+    EXPECT_EQ(dev.frame, world().bufferMemory[1]);
+    EXPECT_EQ(frame_length(&dev), world().bufferLength);
+    EXPECT_EQ(dev.timestamp_us, 12345678);
+    EXPECT_EQ(world().buffer.index, 1u);
+    EXPECT_THAT(world().queued, ElementsAre(2u, 0u, 1u));
+}
+
+TEST_F(CaptureDevice, SaysOnceThatTheStreamIsLostAndThenWaitsQuietly) {
+    struct {
+        const char* call;
+        int nth;
+        int result;
+        const char* text;
+    } const kRows[] = {{"DQBUF", 2, -1, "-1: No such device\n"},
+                       {"QBUF", 5, -2, "-2: No such device\n"}};
+    for (const auto& row : kRows) {
+        SCOPED_TRACE(row.call);
+        scripted::reset();
+        world().granted = 3;
+        world().failures = {{row.call, row.nth, ENODEV}};
+        ASSERT_EQ(bringUp(), 0);
+        ASSERT_EQ(get_frame(&dev, 0), 0);
+        unsigned char* const last = dev.frame;
+        CaptureStderr();
+        EXPECT_EQ(get_frame(&dev, 0), row.result);
+        EXPECT_EQ(GetCapturedStderr(), row.text);
+        EXPECT_TRUE(world().mappings.empty());
+        const auto requests = world().trace.size();
+
+        CaptureStderr();
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_EQ(get_frame(&dev, 0), -1);
+        EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(20));
+        EXPECT_EQ(GetCapturedStderr(), "");
+        EXPECT_EQ(world().trace.size(), requests);
+        EXPECT_NE(last, nullptr);
+    }
+}
+
+TEST_F(CaptureDevice, AsksInMultiPlanarFormWhenTheTypeSaysSo) {
+    dev.buf_type = V4L2_BUF_TYPE_VIDEO_CAPTURE_MPLANE;
+    ASSERT_EQ(bringUp(), 0);
+    EXPECT_EQ(world().format.fmt.pix_mp.width, 1600u);
+    EXPECT_EQ(world().format.fmt.pix_mp.num_planes, 0u);
+    EXPECT_EQ(world().planes, 1u);
+    ASSERT_EQ(get_frame(&dev, 0), 0);
+    EXPECT_EQ(world().planes, 1u);
+    EXPECT_EQ(dev.frame, world().bufferMemory[0]);
+    EXPECT_EQ(frame_length(&dev), world().bufferLength);
+}
+
+TEST_F(CaptureDevice, StopsAndTearsDownWhenStoppingFails) {
+    ASSERT_EQ(bringUp(), 0);
+    EXPECT_EQ(stream_off(&dev), 0);
+    EXPECT_EQ(world().mappings.size(), 3u);
+    world().failures = {{"STREAMOFF", 2, EIO}};
+    EXPECT_EQ(stream_off(&dev), -1);
+    EXPECT_TRUE(world().mappings.empty());
+}
+
+TEST_F(CaptureDevice, ThatWasNeverOpenedIsReleasedWithoutACall) {
+    EXPECT_EQ(close_device(&dev), 0);
+    EXPECT_TRUE(world().trace.empty());
+}
+
+}  // namespace

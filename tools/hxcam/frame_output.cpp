@@ -1,0 +1,196 @@
+// SPDX-License-Identifier: MIT
+#include "frame_output.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <vector>
+
+#include "capture/unique_fd.h"
+#include "exit_code.h"
+#include "png_image.h"
+
+namespace hxcam {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::string_view kPrefix = "frame-";
+constexpr std::string_view kContainerSuffix = ".hxc";
+constexpr std::string_view kPngSuffix = ".png";
+
+[[noreturn]] void fail(const std::string& what, int number) {
+    throw CommandError(exitFailed, fmt::format("{}: {}", what, std::strerror(number)));
+}
+
+[[noreturn]] void failExisting(const std::string& path) {
+    throw CommandError(exitFailed, path + " exists; --force overwrites");
+}
+
+/// A file that has its name only once it is whole.
+class PendingFile {
+  public:
+    PendingFile(std::string path, std::span<const std::byte> bytes)
+        : path_(std::move(path)), temporary_(fmt::format("{}.part-{}", path_, getpid())) {
+        fd_.reset(open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+        if (!fd_) fail("cannot create " + temporary_, errno);
+        try {
+            write(bytes);
+        } catch (const CommandError&) {
+            unlink(temporary_.c_str());
+            throw;
+        }
+    }
+    PendingFile(const PendingFile&) = delete;
+    PendingFile& operator=(const PendingFile&) = delete;
+    ~PendingFile() {
+        if (!temporary_.empty()) unlink(temporary_.c_str());
+    }
+
+    void finish(bool overwrite) {
+        if (rename(overwrite ? 0 : RENAME_NOREPLACE) != 0) {
+            if (errno == EEXIST) failExisting(path_);
+            // A file system that cannot refuse to replace: looked for just before, then.
+            if (errno != EINVAL || overwrite) fail("cannot name " + path_, errno);
+            if (access(path_.c_str(), F_OK) == 0) failExisting(path_);
+            if (rename(0) != 0) fail("cannot name " + path_, errno);
+        }
+        temporary_.clear();
+    }
+
+  private:
+    int rename(unsigned int flags) const {
+        return renameat2(AT_FDCWD, temporary_.c_str(), AT_FDCWD, path_.c_str(), flags);
+    }
+
+    void write(std::span<const std::byte> bytes) {
+        while (!bytes.empty()) {
+            const ssize_t size = ::write(fd_.get(), bytes.data(), bytes.size());
+            if (size < 0 && errno == EINTR) continue;
+            if (size < 0) fail("cannot write " + path_, errno);
+            bytes = bytes.subspan(static_cast<std::size_t>(size));
+        }
+        // Some file systems tell of a full disk only here.
+        if (close(fd_.take()) != 0) fail("cannot write " + path_, errno);
+    }
+
+    std::string path_;
+    std::string temporary_;
+    hx::UniqueFd fd_;
+};
+
+class FolderOutput : public FrameOutput {
+  public:
+    explicit FolderOutput(const CaptureCommandOptions& options) : options_(options) {
+        if (mkdir(folder().c_str(), 0777) != 0 && errno != EEXIST) {
+            fail("cannot make the folder " + folder(), errno);
+        }
+        std::error_code fault;
+        if (!fs::is_directory(folder(), fault)) fail(folder(), ENOTDIR);
+        if (access(folder().c_str(), W_OK | X_OK) != 0) fail(folder(), errno);
+        if (!options.force) refuseExisting();
+    }
+
+    void store(std::uint64_t index, const hx::ContainerView& frame,
+               std::span<const std::byte> container) override {
+        const std::string stem = fmt::format("{}/{}{:06}", folder(), kPrefix, index);
+        PendingFile file(stem + std::string(kContainerSuffix), container);
+        if (!options_.png) return file.finish(options_.force);
+
+        encodePng(frame, options_.stretch, png_);
+        PendingFile picture(stem + std::string(kPngSuffix), std::as_bytes(std::span(png_)));
+        file.finish(options_.force);
+        picture.finish(options_.force);
+    }
+
+  private:
+    const std::string& folder() const { return options_.output; }
+
+    void refuseExisting() const {
+        std::error_code fault;
+        for (const auto& entry : fs::directory_iterator(folder(), fault)) {
+            if (wouldBeOverwritten(entry.path().filename().string())) {
+                failExisting(entry.path().string());
+            }
+        }
+        if (fault) fail(folder(), fault.value());
+    }
+
+    bool wouldBeOverwritten(std::string_view name) const {
+        if (!name.starts_with(kPrefix)) return false;
+        name.remove_prefix(kPrefix.size());
+        std::uint64_t index = 0;
+        const auto [rest, fault] = std::from_chars(name.data(), name.data() + name.size(), index);
+        if (fault != std::errc()) return false;
+        name.remove_prefix(static_cast<std::size_t>(rest - name.data()));
+        const bool ours = name == kContainerSuffix || (options_.png && name == kPngSuffix);
+        return ours && (options_.count == 0 || index < options_.count);
+    }
+
+    CaptureCommandOptions options_;
+    std::vector<unsigned char> png_;
+};
+
+class StreamOutput : public FrameOutput {
+  public:
+    explicit StreamOutput(const Interrupt& interrupt) : interrupt_(interrupt) {
+        if (isatty(STDOUT_FILENO) != 0) {
+            throw CommandError(exitUsage, "containers are not for a terminal; redirect the output");
+        }
+        struct stat status {};
+        const bool known = fstat(STDOUT_FILENO, &status) == 0;
+        mayBlock_ = !known || S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode);
+    }
+
+    void store(std::uint64_t, const hx::ContainerView&,
+               std::span<const std::byte> container) override {
+        while (!container.empty()) {
+            // So much never blocks once a pipe is ready; an interrupt can thus come through.
+            const std::size_t most = mayBlock_ ? PIPE_BUF : container.size();
+            awaitReader();
+            const ssize_t size =
+                write(STDOUT_FILENO, container.data(), std::min(most, container.size()));
+            if (size < 0 && (errno == EINTR || errno == EAGAIN)) continue;
+            if (size < 0 && errno == EPIPE) throw CommandError(exitFailed, "");
+            if (size < 0) fail("cannot write to standard output", errno);
+            container = container.subspan(static_cast<std::size_t>(size));
+        }
+    }
+
+  private:
+    void awaitReader() const {
+        if (!mayBlock_) return;
+        pollfd watched[] = {{STDOUT_FILENO, POLLOUT, 0}, {interrupt_.fd(), POLLIN, 0}};
+        while (poll(watched, 2, -1) < 0 && errno == EINTR) {
+        }
+        if (watched[1].revents != 0 && watched[0].revents == 0) {
+            throw CommandError(exitInterrupted, "interrupted; the last container is cut off");
+        }
+    }
+
+    const Interrupt& interrupt_;
+    bool mayBlock_ = true;
+};
+
+}  // namespace
+
+std::unique_ptr<FrameOutput> openOutput(const CaptureCommandOptions& options,
+                                        const Interrupt& interrupt) {
+    if (options.toStdout()) return std::make_unique<StreamOutput>(interrupt);
+    return std::make_unique<FolderOutput>(options);
+}
+
+}  // namespace hxcam

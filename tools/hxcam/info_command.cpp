@@ -1,0 +1,139 @@
+// SPDX-License-Identifier: MIT
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <vector>
+
+#include "capture/unique_fd.h"
+#include "commands.h"
+#include "container/container_reader.h"
+#include "exit_code.h"
+#include "terminal.h"
+
+namespace hxcam {
+namespace {
+
+using nlohmann::json;
+
+constexpr std::size_t kLongestFile = std::size_t{1} << 30;
+constexpr std::size_t kShownElements = 16;
+
+class ReadFailed : public std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+std::vector<std::byte> readFile(const std::string& path) {
+    const bool isInput = path == "-";
+    const hx::UniqueFd file(isInput ? -1 : open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    const int fd = isInput ? STDIN_FILENO : file.get();
+    if (fd < 0) throw ReadFailed(std::strerror(errno));
+
+    std::vector<std::byte> bytes;
+    std::size_t used = 0;
+    for (;;) {
+        if (used > kLongestFile) throw ReadFailed("longer than 1 GiB");
+        bytes.resize(used + (std::size_t{1} << 20));
+        const ssize_t size = read(fd, bytes.data() + used, bytes.size() - used);
+        if (size < 0 && errno == EINTR) continue;
+        if (size < 0) throw ReadFailed(std::strerror(errno));
+        used += static_cast<std::size_t>(size);
+        if (size == 0) break;
+    }
+    bytes.resize(used);
+    return bytes;
+}
+
+std::string typeText(std::uint16_t type) {
+    if (type == hx::kTextType) return "text";
+    const std::size_t size = hx::elementSize(type);
+    return size == 0 ? fmt::format("unknown ({})", type) : fmt::format("{} bit", 8 * size);
+}
+
+json valueOf(const hx::ContainerEntry& entry, std::size_t most) {
+    if (entry.type == hx::kTextType) return entry.text();
+    if (entry.payload.empty()) return nullptr;
+    if (entry.count == 1) return entry.number(0);
+    json values = json::array();
+    for (std::size_t i = 0; i < entry.count && i < most; ++i) values.push_back(entry.number(i));
+    return values;
+}
+
+json describe(const hx::ContainerView& frame, std::size_t offset) {
+    json entries = json::array();
+    for (std::size_t i = 0; i < frame.entryCount(); ++i) {
+        const hx::ContainerEntry entry = frame.entry(i);
+        entries.push_back({{"tag", entry.tag},
+                           {"name", hx::tagName(entry.tag)},
+                           {"type", entry.type},
+                           {"count", entry.count},
+                           {"value", valueOf(entry, entry.count)}});
+    }
+    return {{"offset", offset},
+            {"size", frame.size()},
+            {"kind", frame.kind()},
+            {"sample_bytes", frame.samples().size()},
+            {"entries", entries}};
+}
+
+std::string report(const hx::ContainerView& frame, const std::string& path, std::size_t offset) {
+    std::string text = fmt::format(
+        "{}: container at byte {}, {} bytes, kind 0x{:04X}, {} bytes of samples, {} entries\n",
+        shown(path), offset, frame.size(), frame.kind(), frame.samples().size(),
+        frame.entryCount());
+    text +=
+        fmt::format("  {:>5}  {:<19}  {:<6}  {:>7}  {}\n", "TAG", "NAME", "TYPE", "COUNT", "VALUE");
+    for (std::size_t i = 0; i < frame.entryCount(); ++i) {
+        const hx::ContainerEntry entry = frame.entry(i);
+        const json value = valueOf(entry, kShownElements);
+        std::string shownValue = value.is_string() ? shown(value.get<std::string>()) : value.dump();
+        if (value.is_array() && entry.count > kShownElements) shownValue += " ...";
+        text += fmt::format("  {:>5}  {:<19}  {:<6}  {:>7}  {}\n", entry.tag,
+                            hx::tagName(entry.tag), typeText(entry.type), entry.count, shownValue);
+    }
+    return text;
+}
+
+/// Containers may lie back to back, as capture writes them to standard output.
+bool showFile(const std::string& path, bool asJson) {
+    json containers = json::array();
+    std::string fault;
+    std::size_t offset = 0;
+    try {
+        const std::vector<std::byte> bytes = readFile(path);
+        do {
+            const hx::ContainerView frame{std::span(bytes).subspan(offset)};
+            if (asJson) {
+                containers.push_back(describe(frame, offset));
+            } else {
+                print(report(frame, path, offset));
+            }
+            offset += frame.size();
+        } while (offset < bytes.size());
+    } catch (const hx::ContainerFault& damage) {
+        fault = fmt::format("at byte {}: {}", offset, damage.what());
+    } catch (const ReadFailed& failure) {
+        fault = failure.what();
+    }
+    if (asJson) {
+        json line = {{"file", path}, {"containers", containers}};
+        if (!fault.empty()) line["error"] = fault;
+        print(line.dump(-1, ' ', false, json::error_handler_t::replace) + '\n');
+    }
+    if (!fault.empty()) complain(fmt::format("{}: {}", shown(path), fault));
+    return fault.empty();
+}
+
+}  // namespace
+
+int runInfo(const InfoOptions& options) {
+    bool whole = true;
+    for (const std::string& path : options.files) whole = showFile(path, options.json) && whole;
+    return whole ? exitOk : exitFailed;
+}
+
+}  // namespace hxcam

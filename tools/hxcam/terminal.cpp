@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: MIT
+#include "terminal.h"
+
+#include <iconv.h>
+#include <langinfo.h>
+
+#include <cerrno>
+#include <clocale>
+#include <cstdio>
+#include <cstring>
+
+#include "capture/message_text.h"
+#include "exit_code.h"
+
+namespace hxcam {
+namespace {
+
+std::string encoding = "UTF-8";
+
+// UTF-8 to the terminal's encoding, whatever of it that encoding has.
+std::string encode(const std::string& utf8) {
+    if (encoding == "UTF-8") return utf8;
+    const iconv_t converter = iconv_open((encoding + "//TRANSLIT").c_str(), "UTF-8");
+    if (converter == reinterpret_cast<iconv_t>(-1)) return utf8;
+    std::string input = utf8;
+    std::string out(4 * utf8.size() + 16, '\0');
+    char* in = input.data();
+    char* next = out.data();
+    std::size_t inLeft = input.size();
+    std::size_t outLeft = out.size();
+    const bool whole = iconv(converter, &in, &inLeft, &next, &outLeft) != std::size_t(-1);
+    iconv_close(converter);
+    out.resize(out.size() - outLeft);
+    return whole ? out : utf8;
+}
+
+}  // namespace
+
+void useTerminalEncoding() {
+    if (std::setlocale(LC_CTYPE, "") != nullptr) encoding = nl_langinfo(CODESET);
+}
+
+std::string shown(std::string_view utf8) {
+    const bool plain = hx::isUtf8(utf8);
+    std::string out;
+    for (const char c : utf8) {
+        const auto byte = static_cast<unsigned char>(c);
+        const bool hidden = byte < 0x20 || byte == 0x7f || (byte >= 0x80 && !plain);
+        if (hidden) {
+            out += fmt::format("\\x{:02x}", byte);
+        } else {
+            out += c;
+        }
+    }
+    return encode(out);
+}
+
+void complain(std::string_view message) {
+    fmt::print(stderr, "hxcam: {}\n", message);
+}
+
+void tell(std::string_view line) {
+    fmt::print(stderr, "{}\n", line);
+}
+
+void print(std::string_view text) {
+    const bool taken = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
+    if (taken && std::fflush(stdout) == 0) return;
+    // A reader that has gone away has seen what it wanted.
+    if (errno == EPIPE) throw CommandError(exitFailed, "");
+    throw CommandError(exitFailed,
+                       std::string("cannot write to standard output: ") + std::strerror(errno));
+}
+
+}  // namespace hxcam
