@@ -47,11 +47,9 @@ std::atomic<bool>& flagOf(int descriptor) {
 
 void beforeFork() {
     g_table.load()->mutex.lock();
-    lockStateForFork();
 }
 
 void afterForkInParent() {
-    unlockStateInParent();
     g_table.load()->mutex.unlock();
 }
 
@@ -66,7 +64,6 @@ void afterForkInChild() {
     for (const Mapping& mapping : inherited->mappings) mapping.node->abandon();
     g_mappingCount = 0;
     g_table = new Table;
-    unlockStateInChild();
 }
 
 // Never destroyed: threads of the program may still call while it exits.

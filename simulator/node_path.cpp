@@ -147,18 +147,4 @@ int checkAccess(const NodeRef& node, int mode) {
     return mode != F_OK && denied(node) ? -EACCES : 0;
 }
 
-bool ueventText(const char* path, char* text, std::size_t size) {
-    constexpr std::string_view kPrefix = "/sys/dev/char/81:";
-    const std::string_view view(path);
-    if (!view.starts_with(kPrefix) || !stateAttached()) return false;
-    std::uint32_t minor = 0;
-    const char* begin = path + kPrefix.size();
-    const auto [end, error] = std::from_chars(begin, path + view.size(), minor);
-    if (error != std::errc{} || std::strcmp(end, "/uevent") != 0) return false;
-    const StateLock state;
-    if (!findNode(*state, minor)) return false;
-    std::snprintf(text, size, "MAJOR=%u\nMINOR=%u\nDEVNAME=video%u\n", kVideoMajor, minor, minor);
-    return true;
-}
-
 }  // namespace hx::sim

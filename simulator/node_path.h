@@ -43,7 +43,4 @@ void fillStatus(const NodeRef& node, struct statx& status);
 // access(2): 0 or -errno.
 int checkAccess(const NodeRef& node, int mode);
 
-// The text of /sys/dev/char/81:N/uevent, or nothing when the path is not one of a simulated node.
-bool ueventText(const char* path, char* text, std::size_t size);
-
 }  // namespace hx::sim

@@ -8,15 +8,18 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
 
 #include "cancel_guard.h"
+#include "descriptor.h"
 #include "descriptor_table.h"
 #include "directory.h"
 #include "node_path.h"
 #include "real_calls.h"
+#include "sysfs_text.h"
 
 #define HX_EXPORT extern "C" __attribute__((visibility("default")))
 
@@ -45,6 +48,15 @@ int openNode(const NodeRef& ref, int flags) {
     return keeper.finish(descriptor);
 }
 
+// The descriptor of a file that reads as `text`.
+int openText(const char* text) {
+    OwnedDescriptor file(memfd_create("hx-sim text", MFD_CLOEXEC));
+    if (!file.valid()) return -1;
+    const auto size = std::strlen(text);
+    if (real::write(file.get(), text, size) != static_cast<ssize_t>(size)) return -1;
+    return lseek(file.get(), 0, SEEK_SET) == 0 ? file.release() : -1;
+}
+
 int openPath(int directory, const char* path, int flags, mode_t mode) {
     const PathMeaning meaning = lookUpPath(directory, path);
     if (meaning.kind == PathKind::node) return openNode(meaning.node, flags);
@@ -52,6 +64,8 @@ int openPath(int directory, const char* path, int flags, mode_t mode) {
         errno = ENOENT;
         return -1;
     }
+    std::array<char, 128> text;
+    if (sysfsText(path, text.data(), text.size())) return openText(text.data());
     return real::openat(directory, path, flags, mode);
 }
 
@@ -145,23 +159,11 @@ int control(int descriptor, int command, void* argument) {
     return real::fcntl(descriptor, command, argument);
 }
 
-// The file behind a C stream that shows `text`.
-std::FILE* openText(const char* text) {
-    const int file = memfd_create("hx-sim text", MFD_CLOEXEC);
-    if (file < 0) return nullptr;
-    const auto size = std::strlen(text);
-    if (real::write(file, text, size) != static_cast<ssize_t>(size) ||
-        lseek(file, 0, SEEK_SET) != 0) {
-        real::close(file);
-        return nullptr;
-    }
-    return fdopen(file, "r");
-}
-
 std::FILE* openStream(const char* path, const char* mode) {
-    char text[128];
-    if (path && ueventText(path, text, sizeof text)) return openText(text);
-    return real::fopen(path, mode);
+    std::array<char, 128> text;
+    if (!sysfsText(path, text.data(), text.size())) return real::fopen(path, mode);
+    const int file = openText(text.data());
+    return file < 0 ? nullptr : fdopen(file, "r");
 }
 
 // Generic requests are the file's business, not the driver's.
@@ -387,6 +389,42 @@ HX_EXPORT int fstat64(int descriptor, struct stat64* status) noexcept {
 
 HX_EXPORT int fstatat64(int directory, const char* path, struct stat64* status,
                         int flags) noexcept {
+    return statPath(directory, path, reinterpret_cast<struct stat*>(status), flags);
+}
+
+// What the calls above were in programs built before glibc 2.33, and still are in sanitizer
+// runtimes. The first argument is a layout's version; a 64-bit machine has only one.
+HX_EXPORT int __xstat(int, const char* path, struct stat* status) noexcept {
+    return statPath(AT_FDCWD, path, status, 0);
+}
+
+HX_EXPORT int __lxstat(int, const char* path, struct stat* status) noexcept {
+    return statPath(AT_FDCWD, path, status, AT_SYMLINK_NOFOLLOW);
+}
+
+HX_EXPORT int __fxstat(int, int descriptor, struct stat* status) noexcept {
+    return statDescriptor(descriptor, status);
+}
+
+HX_EXPORT int __fxstatat(int, int directory, const char* path, struct stat* status,
+                         int flags) noexcept {
+    return statPath(directory, path, status, flags);
+}
+
+HX_EXPORT int __xstat64(int, const char* path, struct stat64* status) noexcept {
+    return statPath(AT_FDCWD, path, reinterpret_cast<struct stat*>(status), 0);
+}
+
+HX_EXPORT int __lxstat64(int, const char* path, struct stat64* status) noexcept {
+    return statPath(AT_FDCWD, path, reinterpret_cast<struct stat*>(status), AT_SYMLINK_NOFOLLOW);
+}
+
+HX_EXPORT int __fxstat64(int, int descriptor, struct stat64* status) noexcept {
+    return statDescriptor(descriptor, reinterpret_cast<struct stat*>(status));
+}
+
+HX_EXPORT int __fxstatat64(int, int directory, const char* path, struct stat64* status,
+                           int flags) noexcept {
     return statPath(directory, path, reinterpret_cast<struct stat*>(status), flags);
 }
 

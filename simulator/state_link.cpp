@@ -2,6 +2,7 @@
 #include "state_link.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/mman.h>
 #include <time.h>
 
@@ -19,10 +20,16 @@ namespace {
 
 // Bytes of the state's file that locks are put on; the file need not be that long.
 constexpr off_t kStateByte = 0;
-constexpr off_t kOwnerBytes = 1 << 20;
-constexpr off_t kNodeBytes = 2 << 20;
-constexpr off_t kPriorityBytes = 3 << 20;
+constexpr off_t kNodeBytes = off_t{1} << 20;
+constexpr off_t kOwnerBytes = off_t{1} << 40;
+constexpr off_t kPriorityBytes = off_t{2} << 40;
 constexpr std::uint32_t kPriorityLevels = 4;
+
+// A camera that was plugged in again is a new device: who still holds the old one is not in its
+// way.
+off_t instanceOf(const NodeRef& node) {
+    return off_t{node.generation} * kMaxCameras + node.index;
+}
 
 enum class Attachment : int { untried, absent, present };
 
@@ -64,14 +71,35 @@ SharedState* mapState(int descriptor) {
     return nullptr;
 }
 
+void beforeFork() {
+    g_mutex.lock();
+}
+
+void afterForkInParent() {
+    g_mutex.unlock();
+}
+
+// Locks do not keep apart who shares a description: the child needs one of its own.
+void afterForkInChild() {
+    const int own = newLockDescriptor();
+    if (own >= 0) {
+        real::close(g_descriptor);
+        g_descriptor = own;
+    }
+    g_mutex.unlock();
+}
+
 void attach(const char* path) {
     const int opened = real::openat(AT_FDCWD, path, O_RDWR | O_CLOEXEC);
     if (opened >= 0) {
         g_descriptor = moveHigh(opened);
         g_state = mapState(g_descriptor);
     }
-    if (!g_state)
+    if (g_state) {
+        pthread_atfork(beforeFork, afterForkInParent, afterForkInChild);
+    } else {
         std::fputs("hx-sim: the simulated cameras are gone with their launcher\n", stderr);
+    }
 }
 
 bool minorIsFree(const SharedState& state, std::uint32_t minor) {
@@ -154,27 +182,27 @@ void holdNode(int lockDescriptor, std::uint32_t minor) {
     setLock(lockDescriptor, F_RDLCK, kNodeBytes + minor, false);
 }
 
-bool tryOwnCamera(int lockDescriptor, std::uint32_t camera) {
-    return setLock(lockDescriptor, F_WRLCK, kOwnerBytes + camera, false);
+bool tryOwnCamera(int lockDescriptor, const NodeRef& node) {
+    return setLock(lockDescriptor, F_WRLCK, kOwnerBytes + instanceOf(node), false);
 }
 
-void disownCamera(int lockDescriptor, std::uint32_t camera) {
-    setLock(lockDescriptor, F_UNLCK, kOwnerBytes + camera, false);
+void disownCamera(int lockDescriptor, const NodeRef& node) {
+    setLock(lockDescriptor, F_UNLCK, kOwnerBytes + instanceOf(node), false);
 }
 
-bool cameraOwnedElsewhere(int lockDescriptor, std::uint32_t camera) {
-    return lockedElsewhere(lockDescriptor, kOwnerBytes + camera);
+bool cameraOwnedElsewhere(int lockDescriptor, const NodeRef& node) {
+    return lockedElsewhere(lockDescriptor, kOwnerBytes + instanceOf(node));
 }
 
-void setPriorityLevel(int lockDescriptor, std::uint32_t camera, std::uint32_t before,
+void setPriorityLevel(int lockDescriptor, const NodeRef& node, std::uint32_t before,
                       std::uint32_t level) {
-    const off_t first = kPriorityBytes + off_t{camera} * kPriorityLevels;
+    const off_t first = kPriorityBytes + instanceOf(node) * kPriorityLevels;
     setLock(lockDescriptor, F_RDLCK, first + level, false);
     if (before != level) setLock(lockDescriptor, F_UNLCK, first + before, false);
 }
 
-std::uint32_t highestPriority(std::uint32_t camera) {
-    const off_t first = kPriorityBytes + off_t{camera} * kPriorityLevels;
+std::uint32_t highestPriority(const NodeRef& node) {
+    const off_t first = kPriorityBytes + instanceOf(node) * kPriorityLevels;
     std::uint32_t level = kPriorityLevels - 1;
     while (level > 0 && !lockedElsewhere(g_descriptor, first + level)) --level;
     return level;
@@ -203,25 +231,6 @@ std::optional<NodeRef> findNode(const SharedState& state, std::uint32_t minor) {
         if (state.foreign[i].minor == minor) return NodeRef{NodeKind::foreign, i, minor, 0};
     }
     return std::nullopt;
-}
-
-void lockStateForFork() {
-    g_mutex.lock();
-}
-
-void unlockStateInParent() {
-    g_mutex.unlock();
-}
-
-void unlockStateInChild() {
-    if (g_state) {
-        const int own = newLockDescriptor();
-        if (own >= 0) {
-            real::close(g_descriptor);
-            g_descriptor = own;
-        }
-    }
-    g_mutex.unlock();
 }
 
 }  // namespace hx::sim

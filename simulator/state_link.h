@@ -59,24 +59,19 @@ int newLockDescriptor();
 void holdNode(int lockDescriptor, std::uint32_t minor);
 
 // Tries to become the one user of a camera's stream.
-bool tryOwnCamera(int lockDescriptor, std::uint32_t camera);
-void disownCamera(int lockDescriptor, std::uint32_t camera);
-bool cameraOwnedElsewhere(int lockDescriptor, std::uint32_t camera);
+bool tryOwnCamera(int lockDescriptor, const NodeRef& node);
+void disownCamera(int lockDescriptor, const NodeRef& node);
+bool cameraOwnedElsewhere(int lockDescriptor, const NodeRef& node);
 
 // The priorities of V4L2: each open node of a camera has one, and the highest counts.
-void setPriorityLevel(int lockDescriptor, std::uint32_t camera, std::uint32_t before,
+void setPriorityLevel(int lockDescriptor, const NodeRef& node, std::uint32_t before,
                       std::uint32_t level);
-std::uint32_t highestPriority(std::uint32_t camera);
+std::uint32_t highestPriority(const NodeRef& node);
 
 // Takes the camera away. The caller holds the lock that `state` came from.
 void unplugCamera(SharedState& state, std::uint32_t camera);
 
 // The plugged-in node with this number.
 std::optional<NodeRef> findNode(const SharedState& state, std::uint32_t minor);
-
-// For pthread_atfork: the child must not inherit a held lock or share the parent's description.
-void lockStateForFork();
-void unlockStateInParent();
-void unlockStateInChild();
 
 }  // namespace hx::sim

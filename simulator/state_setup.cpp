@@ -42,7 +42,7 @@ void findRealNodes(SharedState& state) {
 
 void claim(Taken& taken, std::uint32_t minor) {
     if (minor > kMaxMinor || taken[minor]) {
-        throw SpecError(fmt::format("there is no room for node {}", minor));
+        throw SpecError(fmt::format("node {} is taken or beyond the last", minor));
     }
     taken[minor] = true;
 }

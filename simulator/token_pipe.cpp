@@ -9,6 +9,12 @@
 
 namespace hx::sim {
 
+namespace {
+
+constexpr unsigned long kBytesWaiting = FIONREAD;
+
+}  // namespace
+
 int TokenPipe::create(int flags) {
     int ends[2];
     // The writer never waits: the pipe holds many more bytes than there are buffers.
@@ -28,7 +34,7 @@ int TokenPipe::create(int flags) {
 
 void TokenPipe::add() {
     const char token = 0;
-    if (writer_.valid()) (void)!real::write(writer_.get(), &token, 1);
+    if (writer_.valid()) (void)!real::write(writer_.get(), &token, sizeof token);
 }
 
 int TokenPipe::wait() {
@@ -39,7 +45,7 @@ int TokenPipe::wait() {
 
 void TokenPipe::settle(std::size_t wanted) {
     int present = 0;
-    if (real::ioctl(reader_.get(), FIONREAD, &present) != 0) return;
+    if (real::ioctl(reader_.get(), kBytesWaiting, &present) != 0) return;
     auto count = static_cast<std::size_t>(present);
     for (; count > wanted; --count) wait();
     for (; count < wanted; ++count) add();

@@ -33,7 +33,7 @@ int VideoNode::open(int flags) {
     lock_ = OwnedDescriptor(lock);
     holdNode(lock, ref_.minor);
     if (ref_.kind != NodeKind::foreign) {
-        setPriorityLevel(lock, ref_.index, priority_, priority_);
+        setPriorityLevel(lock, ref_, priority_, priority_);
     }
     return tokens_.create(flags);
 }
@@ -76,19 +76,19 @@ void VideoNode::abandon() {
 // it frees its ring.
 int VideoNode::acquire() {
     const std::lock_guard lock(ownership_);
-    if (!owner_) owner_ = tryOwnCamera(lock_.get(), ref_.index);
+    if (!owner_) owner_ = tryOwnCamera(lock_.get(), ref_);
     return owner_ ? 0 : -EBUSY;
 }
 
 // Someone else's stream is EBUSY; without any there is nothing to work on.
 int VideoNode::checkOwner() const {
     if (owner_) return 0;
-    return cameraOwnedElsewhere(lock_.get(), ref_.index) ? -EBUSY : -EINVAL;
+    return cameraOwnedElsewhere(lock_.get(), ref_) ? -EBUSY : -EINVAL;
 }
 
 int VideoNode::checkPriority() {
     const std::lock_guard lock(ownership_);
-    return priority_ < highestPriority(ref_.index) ? -EBUSY : 0;
+    return priority_ < highestPriority(ref_) ? -EBUSY : 0;
 }
 
 int VideoNode::queryCapability(v4l2_capability& argument) {
@@ -117,14 +117,14 @@ int VideoNode::queryCapability(v4l2_capability& argument) {
 }
 
 int VideoNode::getPriority(std::uint32_t& argument) {
-    argument = highestPriority(ref_.index);
+    argument = highestPriority(ref_);
     return 0;
 }
 
 int VideoNode::setPriority(std::uint32_t& argument) {
     if (argument < V4L2_PRIORITY_BACKGROUND || argument > V4L2_PRIORITY_RECORD) return -EINVAL;
     const std::lock_guard lock(ownership_);
-    setPriorityLevel(lock_.get(), ref_.index, priority_, argument);
+    setPriorityLevel(lock_.get(), ref_, priority_, argument);
     priority_ = argument;
     return 0;
 }
@@ -153,7 +153,7 @@ int VideoNode::requestBuffers(v4l2_requestbuffers& argument) {
     const int result = queue_->request(argument);
     if (result == 0 && freeing) {
         const std::lock_guard lock(ownership_);
-        disownCamera(lock_.get(), ref_.index);
+        disownCamera(lock_.get(), ref_);
         owner_ = false;
     }
     return result;

@@ -59,3 +59,26 @@ int encodecFile(FileType type, FileInfo* infos, unsigned short infoCount, const 
 /// `outSize`, also when the container is longer than the block.
 int encodecFileInto(FileType type, FileInfo* infos, unsigned short infoCount, const void* mainData,
                     unsigned char* out, unsigned long capacity, unsigned long& outSize);
+
+/// Takes a container apart again.
+///
+/// Prints one line on standard error for what it refuses. Every read is checked against `length`; a
+/// container whose payloads overlap so much that they are together more than eight times its length
+/// is refused too, so that memory stays in proportion.
+/// @param data       `length` bytes
+/// @param expected   file type that the header must show
+/// @param infos      receives an array from new[]; each entry's `data` is a block of its own, from
+///                   new unsigned char[], null for an unknown type. All the caller's
+/// @param infoCount  receives the number of entries
+/// @param mainData   receives the main data, from new unsigned char[]; null for an unknown type
+/// @return 1; 0 with nothing allocated. From the table on a failure sets `infos` to null and
+///         `infoCount` to the number that the container claims; one in the main data sets
+///         `mainData` to null. What a failure does not reach is untouched
+int decodecFile(const unsigned char* data, unsigned long length, FileType expected,
+                FileInfo*& infos, unsigned short& infoCount, void*& mainData);
+
+/// Copies one payload out of a container whose last byte is before `end`.
+/// @param swap  change the byte order of the copy; only elements 1, 3, 6, 10, ... change
+/// @return 1; 0 with a message when the payload passes the end
+int copyBytes(const unsigned char* src, FileDataType type, std::uint32_t count, bool swap,
+              const unsigned char* end, void* dst);

@@ -6,8 +6,11 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <memory>
 #include <thread>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <linux/videodev2.h>
 #include <sys/ioctl.h>
@@ -113,6 +116,20 @@ int takeFrame(v4l2_dev* dev) {
     return 0;
 }
 
+struct CloseDirectory {
+    void operator()(DIR* directory) const { closedir(directory); }
+};
+
+// Empty for a node that cannot be opened or asked.
+std::string cardName(const std::string& path) {
+    const int fd = open(path.c_str(), O_RDWR);
+    v4l2_capability capability{};
+    ioctl(fd, VIDIOC_QUERYCAP, &capability);
+    close(fd);
+    const char* const card = reinterpret_cast<const char*>(capability.card);
+    return {card, strnlen(card, sizeof capability.card)};
+}
+
 }  // namespace
 
 int device_request(v4l2_dev* dev, unsigned long request, void* argument) {
@@ -206,4 +223,23 @@ std::size_t frame_length(const v4l2_dev* dev) {
 int close_device(v4l2_dev* dev) {
     release(dev);
     return 0;
+}
+
+int find_device(const char* card_fragment, std::string& device_path) {
+    const std::unique_ptr<DIR, CloseDirectory> directory(opendir("/dev"));
+    if (!directory) {
+        std::perror("Failed to open /dev");
+        return -1;
+    }
+    // Kept: no early exit, so the last match wins; and without a match an old path stays.
+    while (const dirent* entry = readdir(directory.get())) {
+        const std::string name = entry->d_name;
+        if (!name.starts_with("video")) continue;
+        const std::string path = "/dev/" + name;
+        const std::string card = cardName(path);
+        if (!card.empty() && card.find(card_fragment) != std::string::npos) device_path = path;
+    }
+    if (!device_path.empty()) return 0;
+    std::perror("can't find HX camera dev");
+    return -1;
 }

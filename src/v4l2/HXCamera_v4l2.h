@@ -63,3 +63,9 @@ int close_device(v4l2_dev* dev);
 
 /// ioctl on the record's descriptor; EBADF on a released one. Any thread.
 int device_request(v4l2_dev* dev, unsigned long request, void* argument);
+
+/// Looks a camera up by its card name: opens and asks every node of /dev whose name begins with
+/// "video". `device_path` receives the path of the last one, in the order of the directory, whose
+/// card name contains `card_fragment`; it is not cleared first.
+/// @return 0 when `device_path` is not empty at the end, else -1 with a message
+int find_device(const char* card_fragment, std::string& device_path);

@@ -25,7 +25,7 @@ const std::map<unsigned long, std::string> kRequests = {
     {VIDIOC_S_FMT, "S_FMT"},         {VIDIOC_REQBUFS, "REQBUFS"},     {VIDIOC_QUERYBUF, "QUERYBUF"},
     {VIDIOC_QBUF, "QBUF"},           {VIDIOC_DQBUF, "DQBUF"},         {VIDIOC_STREAMON, "STREAMON"},
     {VIDIOC_STREAMOFF, "STREAMOFF"}, {VIDIOC_QUERYCTRL, "QUERYCTRL"}, {VIDIOC_G_CTRL, "G_CTRL"},
-    {VIDIOC_S_CTRL, "S_CTRL"},       {UVCIOC_CTRL_QUERY, "XU"}};
+    {VIDIOC_S_CTRL, "S_CTRL"},       {VIDIOC_QUERYCAP, "QUERYCAP"},   {UVCIOC_CTRL_QUERY, "XU"}};
 
 // Records the call; true when it shall fail.
 bool record(const std::string& call) {
@@ -51,6 +51,13 @@ int identify(int fd, uvc_xu_control_query& query) {
     if (query.unit != 6 || query.selector != 10) return refuse(ENOENT);
     if (query.query != 0x81 || query.size != 32) return refuse(ENOBUFS);
     std::memcpy(query.data, known->second.data(), known->second.size());
+    return 0;
+}
+
+int describe(int fd, v4l2_capability& capability) {
+    const auto known = world().cards.find(paths[fd]);
+    if (known == world().cards.end()) return refuse(ENOTTY);
+    std::memcpy(capability.card, known->second.data(), known->second.size());
     return 0;
 }
 
@@ -80,6 +87,7 @@ int answerBuffer(const std::string& name, v4l2_buffer& buffer) {
 int answer(int fd, const std::string& name, void* argument) {
     World& w = world();
     if (name == "XU") return identify(fd, *static_cast<uvc_xu_control_query*>(argument));
+    if (name == "QUERYCAP") return describe(fd, *static_cast<v4l2_capability*>(argument));
     if (name == "S_FMT") w.format = *static_cast<v4l2_format*>(argument);
     if (name == "REQBUFS") {
         auto& request = *static_cast<v4l2_requestbuffers*>(argument);

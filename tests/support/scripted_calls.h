@@ -26,6 +26,7 @@ struct World {
     // The script.
     std::vector<std::string> entries;                    ///< of /dev, in this order
     std::map<std::string, std::string> identifications;  ///< node -> text; others refuse, ENOTTY
+    std::map<std::string, std::string> cards;            ///< node -> card name; others refuse
     std::vector<Failure> failures;
     unsigned int granted = 20;          ///< buffers
     std::uint32_t bufferLength = 4096;  ///< bytes of each

@@ -209,4 +209,50 @@ TEST_F(CaptureDevice, ThatWasNeverOpenedIsReleasedWithoutACall) {
     EXPECT_TRUE(world().trace.empty());
 }
 
+class Lookup : public testing::Test {
+  protected:
+    ~Lookup() override { scripted::reset(); }
+
+    std::string path;
+};
+
+TEST_F(Lookup, TakesTheLastNodeWhoseCardNameContainsTheText) {
+    world().entries = {"vid", "video3", "v4l-subdev0", "video", "videodev", "video0", "null"};
+    world().cards = {{"/dev/video3", "Webcam gadget: UVC Camera"},
+                     {"/dev/video", ""},
+                     // No terminator: a name may fill its field.
+                     {"/dev/videodev", "Webcam gadget: UVC Camera no. 0x"},
+                     {"/dev/video0", "vivid"}};
+    EXPECT_EQ(find_device("UVC", path), 0);
+    EXPECT_EQ(path, "/dev/videodev");
+    EXPECT_EQ(world().count("open"), 4);
+    EXPECT_EQ(world().openFlags, O_RDWR);
+    EXPECT_EQ(find_device("no. 0x", path), 0);
+    EXPECT_EQ(find_device("", path), 0);
+    EXPECT_EQ(path, "/dev/video0");
+    EXPECT_EQ(find_device("Webcam gadget: UVC Camera", path), 0);
+    EXPECT_EQ(path, "/dev/videodev");
+}
+
+TEST_F(Lookup, PassesOverNodesThatCannotBeAskedAndKeepsAnOldPath) {
+    world().entries = {"video0", "video1", "video2"};
+    world().cards = {{"/dev/video1", "UVC Camera"}, {"/dev/video2", "UVC Camera"}};
+    world().failures = {{"open", 3, EACCES}};
+    EXPECT_EQ(find_device("UVC", path), 0);
+    EXPECT_EQ(path, "/dev/video1");
+    world().entries = {"video0"};
+    CaptureStderr();
+    EXPECT_EQ(find_device("UVC", path), 0);
+    EXPECT_EQ(GetCapturedStderr(), "");
+    path.clear();
+    CaptureStderr();
+    EXPECT_EQ(find_device("UVC", path), -1);
+    EXPECT_EQ(GetCapturedStderr(), "can't find HX camera dev: Inappropriate ioctl for device\n");
+    EXPECT_EQ(path, "");
+    world().failures = {{"opendir", 0, EACCES}};
+    CaptureStderr();
+    EXPECT_EQ(find_device("UVC", path), -1);
+    EXPECT_EQ(GetCapturedStderr(), "Failed to open /dev: Permission denied\n");
+}
+
 }  // namespace
