@@ -55,11 +55,19 @@ std::string poke(unsigned int offset, const char* bytes) {
 }
 constexpr char kReady[] = "printf '\\1\\0\\0\\0\\0\\0\\0\\0' >&5\n";
 
+// One message on the control socket; printf takes its first byte as an octal number.
+std::string say(hx::child::Word word) {
+    const int number = static_cast<int>(word);
+    return "{ printf '\\0" + std::to_string(number / 8) + std::to_string(number % 8) +
+           "\\0\\0\\0'; head -c 124 /dev/zero; } | dd bs=128 iflag=fullblock >&3 2>/dev/null\n";
+}
+
 TEST(CaptureSession, NamesWhatTheChildDidWrong) {
     const struct {
         const char* label;
         std::string script;
         const char* text;
+        hx::CaptureEnd end = hx::CaptureEnd::childFailed;
     } rows[] = {
         {"ended", "exit 3", "exit status 3"},
         {"crashed", "kill -SEGV $$", "signal 11"},
@@ -67,6 +75,12 @@ TEST(CaptureSession, NamesWhatTheChildDidWrong) {
         {"claimed too many frames", poke(0, "\\377") + kReady + "exec sleep 60", "255 waiting"},
         {"claimed too long a frame",
          poke(128 + 7, "\\1") + poke(0, "\\1") + kReady + "exec sleep 60", "bytes in a slot"},
+        {"lost the camera before the start was heard of",
+         "echo '-1: gone' >&2\n" + say(hx::child::Word::started) + "exec sleep 60", "-1: gone",
+         hx::CaptureEnd::cameraLost},
+        {"lost it while one frame was asked for",
+         say(hx::child::Word::started) + say(hx::child::Word::noFrame) + "exec sleep 60", "",
+         hx::CaptureEnd::cameraLost},
         {"shrank the ring", "truncate -s 0 /proc/self/fd/4 && exit 0; exit 7", "exit status 7"},
     };
     for (const auto& row : rows) {
@@ -75,7 +89,7 @@ TEST(CaptureSession, NamesWhatTheChildDidWrong) {
         hx::CaptureSession session(script.options());
         const hx::CaptureEvent event = waitFor(session, Kind::ended);
         ASSERT_EQ(event.kind, Kind::ended);
-        EXPECT_EQ(event.end, hx::CaptureEnd::childFailed);
+        EXPECT_EQ(event.end, row.end);
         EXPECT_THAT(event.text, HasSubstr(row.text));
         session.stop(milliseconds(0));
     }

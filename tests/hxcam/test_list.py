@@ -55,7 +55,7 @@ def test_a_node_that_is_no_camera(hxcam, spec, code, reason):
     beside = (HX01,) if code == OK else ()
     result = hxcam("list", "--all", "--json", "--timeout", f"{1 * SLOW}s", cameras=(spec, *beside))
     assert result.code == code
-    assert result.seconds < 10 * SLOW
+    assert result.seconds < 4 * SLOW  # a driver gives up after 5 s by itself
     assert [camera["identification"] for camera in listing(result)["cameras"]] == list(beside)
     reasons = [node["reason"] for node in listing(result)["other_nodes"]
                if "metadata" not in node["reason"]]

@@ -4,6 +4,7 @@
 // The library's dequeue and close have no time-out, exceptions pass out of its functions or end the
 // process, and its messages go to standard error. All of that stays in here. Everything that the
 // parent learns comes through the control socket, the frame ring and the standard error pipe.
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -15,6 +16,7 @@
 #include <cstring>
 #include <exception>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <thread>
 
@@ -22,6 +24,7 @@
 #include "child_protocol.h"
 #include "frame_ring.h"
 #include "node_filter.h"
+#include "unique_fd.h"
 
 namespace {
 
@@ -124,15 +127,54 @@ class Cameras {
     unsigned int count_ = 0;
 };
 
+/// Standard error of this process turned aside for a moment, to learn what a call prints.
+class Overheard {
+  public:
+    Overheard() : saved_(dup(STDERR_FILENO)) {
+        int pair[2];
+        if (!saved_ || pipe2(pair, O_CLOEXEC | O_NONBLOCK) != 0) return;
+        in_.reset(pair[0]);
+        dup2(pair[1], STDERR_FILENO);
+        close(pair[1]);
+    }
+    Overheard(const Overheard&) = delete;
+    Overheard& operator=(const Overheard&) = delete;
+
+    /// Passes on what was printed, and returns it.
+    std::string end() {
+        std::string text(4096, '\0');
+        if (!in_) return "";
+        dup2(saved_.get(), STDERR_FILENO);
+        const ssize_t size = read(in_.get(), text.data(), text.size());
+        text.resize(static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+        [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
+        return text;
+    }
+
+  private:
+    hx::UniqueFd saved_;
+    hx::UniqueFd in_;
+};
+
+// "cannot set the exposure time" in Chinese, GBK: the only sign of a camera that refused.
+constexpr char kExposureMessage[] =
+    "\xCE\xDE\xB7\xA8\xC9\xE8\xD6\xC3\xC6\xD8\xB9\xE2\xCA\xB1\xBC\xE4";
+
+int setExposure(HxCameraContextTag* camera, unsigned int exposure) {
+    Overheard messages;
+    const int result = controlHxCamera(camera, HX_CMD_SET_EXPOSURE, &exposure);
+    const bool refused = messages.end().find(kExposureMessage) != std::string::npos;
+    return refused ? int{HX_REFUSED} : result;
+}
+
 // Sets the exposure on a stream of its own. Enumeration starts the stream, so its first frames are
-// older than any exposure that is set afterwards; those of the next enumeration are not. A refusal
-// shows in the library's message only.
-bool applyExposure(unsigned int exposure) {
+// older than any exposure that is set afterwards; those of the next enumeration are not.
+std::optional<Word> applyExposure(unsigned int exposure) {
     Cameras cameras;
-    if (!cameras.find()) return false;
+    if (!cameras.find()) return Word::noCamera;
     openHxCamera(cameras.first(), false);
-    controlHxCamera(cameras.first(), HX_CMD_SET_EXPOSURE, &exposure);
-    return true;
+    if (setExposure(cameras.first(), exposure) != HX_OK) return Word::exposureRefused;
+    return std::nullopt;
 }
 
 void sayStarted(HxCameraContextTag* camera) {
@@ -149,10 +191,10 @@ void sayStarted(HxCameraContextTag* camera) {
 }
 
 void answerExposure(HxCameraContextTag* camera, const Message& request) {
-    const unsigned int command =
-        request.word == Word::setExposure ? HX_CMD_SET_EXPOSURE : HX_CMD_GET_EXPOSURE;
     Message answer{.word = Word::answer, .id = request.id, .value = request.value};
-    answer.result = controlHxCamera(camera, command, &answer.value);
+    answer.result = request.word == Word::setExposure
+                        ? setExposure(camera, request.value)
+                        : controlHxCamera(camera, HX_CMD_GET_EXPOSURE, &answer.value);
     say(answer);
 }
 
@@ -182,9 +224,12 @@ void serve(HxCameraContextTag* camera, FrameSink& sink, bool push) {
 
 int run(const Settings& settings) {
     FrameSink sink(settings.ring);
+    std::optional<Word> refusal;
+    if (settings.exposure) refusal = applyExposure(*settings.exposure);
     Cameras cameras;
-    if ((settings.exposure && !applyExposure(*settings.exposure)) || !cameras.find()) {
-        say({.word = Word::noCamera});
+    if (!refusal && !cameras.find()) refusal = Word::noCamera;
+    if (refusal) {
+        say({.word = *refusal});
         return 1;
     }
     sayStarted(cameras.first());

@@ -32,15 +32,11 @@ std::vector<std::string> childArguments(const CaptureOptions& options) {
             options.exposure ? std::to_string(*options.exposure) : child::kKeepExposure};
 }
 
-// The library's only words about a camera that it lost while streaming: dequeue and re-queue.
+// The library's words about a camera that it lost: dequeue and re-queue. It says them at no other
+// time.
 bool tellsOfLoss(const std::string& line) {
     return line.starts_with("-1: ") || line.starts_with("-2: ");
 }
-
-// "cannot set the exposure time" in Chinese, as UTF-8: all that the library says about a refusal.
-constexpr std::string_view kExposureMessage =
-    "\xe6\x97\xa0\xe6\xb3\x95\xe8\xae\xbe\xe7\xbd\xae"
-    "\xe6\x9b\x9d\xe5\x85\x89\xe6\x97\xb6\xe9\x97\xb4";
 
 bool isAnswerable(const child::Message& message) {
     return message.word >= child::kFirstToParent && message.word <= child::kLast &&
@@ -109,11 +105,10 @@ void CaptureSession::pump(milliseconds patience) {
     const int count = epoll_wait(epoll_.get(), events.data(), static_cast<int>(events.size()),
                                  static_cast<int>(patience.count()));
     if (count < 0) interrupted_ = errno == EINTR;
-    // First of all: the library's words on a request come before its answer.
-    readMessages();
     bool ended = false;
     for (int i = 0; i < count; ++i) {
         const int fd = events[static_cast<std::size_t>(i)].data.fd;
+        if (fd == child_.channels().errors.get()) readMessages();
         if (fd == child_.channels().control.get()) readControl();
         if (fd == child_.exitFd()) ended = true;
         if (fd == options_.interruptFd) interrupted_ = true;
@@ -141,11 +136,7 @@ void CaptureSession::readMessages() {
 }
 
 void CaptureSession::keepLine(std::string line) {
-    if (running_ && tellsOfLoss(line)) end(CaptureEnd::cameraLost, line);
-    if (line.starts_with(kExposureMessage)) {
-        exposureRefused_ = true;
-        if (!running_ && options_.exposure) end(CaptureEnd::exposureRefused, line);
-    }
+    if (tellsOfLoss(line)) end(CaptureEnd::cameraLost, line);
     messages_.push_back(std::move(line));
     ++unreadMessages_;
     if (messages_.size() > kKeptMessages) messages_.pop_front();
@@ -179,6 +170,9 @@ void CaptureSession::hear(const child::Message& message) {
             break;
         case Word::noCamera:
             end(CaptureEnd::noCamera);
+            break;
+        case Word::exposureRefused:
+            end(CaptureEnd::exposureRefused);
             break;
         case Word::noFrame:
             end(CaptureEnd::cameraLost);
@@ -252,7 +246,6 @@ void CaptureSession::send(const child::Message& message) {
 
 child::Message CaptureSession::ask(child::Word word, std::uint32_t value, milliseconds timeout) {
     answer_.reset();
-    exposureRefused_ = false;
     send({.word = word, .id = ++lastRequest_, .value = value});
     const Clock::time_point deadline = Clock::now() + timeout;
     while (!answer_ || answer_->id != lastRequest_) {
@@ -267,7 +260,7 @@ child::Message CaptureSession::ask(child::Word word, std::uint32_t value, millis
 }
 
 bool CaptureSession::setExposure(std::uint32_t exposure, milliseconds timeout) {
-    return ask(child::Word::setExposure, exposure, timeout).result == 0 && !exposureRefused_;
+    return ask(child::Word::setExposure, exposure, timeout).result == 0;
 }
 
 std::optional<std::uint32_t> CaptureSession::exposure(milliseconds timeout) {

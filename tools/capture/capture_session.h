@@ -84,7 +84,7 @@ struct CaptureStatistics {
 
 class CaptureSession {
   public:
-    /// Starts the child. Throws CaptureError.
+    /// Starts the child. Throws CaptureError, and std::invalid_argument for a ring without room.
     explicit CaptureSession(const CaptureOptions& options);
     CaptureSession(const CaptureSession&) = delete;
     CaptureSession& operator=(const CaptureSession&) = delete;
@@ -157,8 +157,7 @@ class CaptureSession {
     bool frameAsked_ = false;  ///< pull: takeFrame was said and not answered
     bool interrupted_ = false;
     bool messagesClosed_ = false;
-    bool exposureRefused_ = false;  ///< since the last request
-    bool broken_ = false;           ///< the ring holds nonsense and is not looked at again
+    bool broken_ = false;  ///< the ring holds nonsense and is not looked at again
 };
 
 }  // namespace hx

@@ -174,8 +174,10 @@ bool ChildProcess::await(std::chrono::milliseconds patience) {
         if (ready == 0 || errno != EINTR) return false;
     }
     int status = 0;
-    if (waitpid(pid_, &status, WNOHANG) != pid_) return false;
-    ending_ = describeEnding(status);
+    const pid_t collected = waitpid(pid_, &status, WNOHANG);
+    if (collected == 0) return false;
+    // Where SIGCHLD is ignored nobody gets the status.
+    ending_ = collected == pid_ ? describeEnding(status) : "an unknown status";
     return true;
 }
 

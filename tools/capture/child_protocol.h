@@ -32,12 +32,13 @@ enum class Word : std::uint32_t {
     takeFrame,    ///< pull: take one frame now; a frame in the ring or noFrame is the answer
     stop,
     // to the parent
-    started,   ///< value: name in `text`, range in `value` and `high`, lamp in `result`
-    answer,    ///< value: exposure; result: HxResult of the library
-    noCamera,  ///< the library found no camera on the node
-    noFrame,   ///< getHxData returned none: the camera was lost
-    tooLong,   ///< value: bytes of a container that fits no slot
-    threw,     ///< an exception left the library, in `text`
+    started,          ///< value: name in `text`, range in `value` and `high`, lamp in `result`
+    answer,           ///< value: exposure; result: HxResult of the library
+    noCamera,         ///< the library found no camera on the node
+    exposureRefused,  ///< the exposure to begin with was refused
+    noFrame,          ///< getHxData returned none: the camera was lost
+    tooLong,          ///< value: bytes of a container that fits no slot
+    threw,            ///< an exception left the library, in `text`
 };
 constexpr Word kFirstToParent = Word::started;
 constexpr Word kLast = Word::threw;

@@ -7,7 +7,8 @@
 #include <cstring>
 #include <limits>
 #include <string>
-#include <system_error>
+
+#include "capture_error.h"
 
 namespace hx {
 namespace {
@@ -46,7 +47,7 @@ RingMapping::RingMapping(int fd, const RingShape& shape) : size_(ringBytes(shape
     void* const memory =
         mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE, fd, 0);
     if (memory == MAP_FAILED) {
-        throw std::system_error(errno, std::generic_category(), "cannot map the frame ring");
+        throw CaptureError(std::string("cannot map the frame ring: ") + std::strerror(errno));
     }
     data_ = static_cast<std::byte*>(memory);
 }

@@ -48,7 +48,7 @@ static_assert(std::atomic<std::uint64_t>::is_always_lock_free,
 /// Shared mapping of a ring, for its life time.
 class RingMapping {
   public:
-    /// Maps the ring behind `fd`. Throws std::system_error.
+    /// Maps the ring behind `fd`. Throws CaptureError.
     RingMapping(int fd, const RingShape& shape);
     RingMapping(const RingMapping&) = delete;
     RingMapping& operator=(const RingMapping&) = delete;

@@ -7,7 +7,6 @@
 #include <filesystem>
 #include <system_error>
 
-#include "exit_code.h"
 #include "terminal.h"
 
 namespace hxcam {
@@ -44,7 +43,7 @@ std::string nodeOf(const std::string& wanted) {
 
 [[noreturn]] void failWithout(const Survey& survey) {
     reportUnasked(survey);
-    throw CommandError(static_cast<ExitCode>(codeWithoutCamera(survey)), "no camera found");
+    throw CommandError(codeWithoutCamera(survey), "no camera found");
 }
 
 Camera chooseAmong(const Survey& survey, const std::string& wanted) {
@@ -76,7 +75,7 @@ void reportUnasked(const Survey& survey) {
     }
 }
 
-int codeWithoutCamera(const Survey& survey) {
+ExitCode codeWithoutCamera(const Survey& survey) {
     const bool silent =
         std::any_of(survey.others.begin(), survey.others.end(),
                     [](const OtherNode& other) { return other.kind == OtherNode::Kind::silent; });

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "camera_survey.h"
+#include "exit_code.h"
 #include "interrupt.h"
 
 namespace hxcam {
@@ -20,6 +21,6 @@ Camera chooseCamera(const std::string& wanted, std::chrono::milliseconds timeout
 void reportUnasked(const Survey& survey);
 
 /// The exit code of a survey that found no camera.
-int codeWithoutCamera(const Survey& survey);
+ExitCode codeWithoutCamera(const Survey& survey);
 
 }  // namespace hxcam

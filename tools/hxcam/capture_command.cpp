@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstring>
 #include <string>
+#include <string_view>
 
 #include "camera_choice.h"
 #include "capture/capture_session.h"
@@ -47,6 +48,10 @@ struct Tally {
     }
 };
 
+std::string frames(std::uint64_t count) {
+    return fmt::format("{} {}", count, count == 1 ? "frame" : "frames");
+}
+
 /// One line that is written anew, on a terminal only.
 class Progress {
   public:
@@ -58,9 +63,9 @@ class Progress {
     void show(const Tally& tally, std::uint64_t count, std::uint64_t lost) {
         if (!enabled_ || Clock::now() < next_) return;
         next_ = Clock::now() + milliseconds(200);
-        const std::string of = count == 0 ? "" : fmt::format(" of {}", count);
-        fmt::print(stderr, "\r\033[K{}{} frames, {:.1f} frames/s, {} lost", tally.stored, of,
-                   tally.rate(), lost);
+        const std::string of = count == 0 ? "" : fmt::format("{} of ", tally.stored);
+        fmt::print(stderr, "\r\033[K{}{}, {:.1f} frames/s, {} lost", of,
+                   frames(count == 0 ? tally.stored : count), tally.rate(), lost);
         isShown_ = true;
     }
 
@@ -108,7 +113,7 @@ class Capture {
     int takeFrames();
     void store(const hx::CaptureEvent& event);
     int explainEnd(const hx::CaptureEvent& event);
-    void checkExposure(const hx::ContainerView& frame) const;
+    void checkFirst(const hx::ContainerView& frame) const;
     void finish(int code);
     void showMessages();
     bool tells(const char* text) const;
@@ -134,6 +139,7 @@ int Capture::takeFrames() {
                 deadline_ = Clock::now() + options_.timeout;
                 break;
             case Kind::message:
+                progress_.clear();
                 if (options_.verbose) tell("library: " + shown(event.text));
                 break;
             case Kind::lost:
@@ -153,7 +159,7 @@ int Capture::takeFrames() {
 
 void Capture::store(const hx::CaptureEvent& event) {
     const hx::ContainerView frame(event.container);
-    if (tally_.stored == 0) checkExposure(frame);
+    if (tally_.stored == 0) checkFirst(frame);
     output_.store(tally_.stored, frame, event.container);
     tally_.add(event, frame);
     progress_.show(tally_, options_.count, session_.statistics().lost);
@@ -161,7 +167,12 @@ void Capture::store(const hx::CaptureEvent& event) {
 }
 
 // Cameras that report their exposure inside the frame have 16 bits for it.
-void Capture::checkExposure(const hx::ContainerView& frame) const {
+void Capture::checkFirst(const hx::ContainerView& frame) const {
+    const std::string_view text = frame.text(hx::Tag::identification);
+    if (text != camera_.text) {
+        throw CommandError(
+            exitFailed, fmt::format("{} is another camera by now: {}", camera_.node, shown(text)));
+    }
     if (!options_.exposure) return;
     const std::uint64_t reported = frame.number(hx::Tag::exposure);
     if (reported == *options_.exposure || reported == (*options_.exposure & 0xffff)) return;
@@ -203,7 +214,7 @@ void Capture::finish(int code) {
     session_.stop(milliseconds(code == exitTimeout ? 100 : 1000));
     if (options_.verbose || (code != exitOk && code != exitInterrupted)) showMessages();
     if (options_.quiet) return;
-    std::string summary = fmt::format("{} frames", tally_.stored);
+    std::string summary = frames(tally_.stored);
     if (tally_.stored > 1) summary += fmt::format(", {:.1f} frames/s", tally_.rate());
     if (tally_.stored > 0) {
         summary +=

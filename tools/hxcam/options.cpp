@@ -155,6 +155,10 @@ CLI::App* addCapture(CLI::App& app, CaptureCommandOptions& options) {
 
 CLI::App* addInfo(CLI::App& app, InfoOptions& options) {
     CLI::App* const command = app.add_subcommand("info", "Show what container files say");
+    command->footer(
+        "\nA file may hold several containers, as capture -o - writes them. Exit code 1 when one "
+        "is\n"
+        "damaged, with what is wrong in it.");
     command->add_option("files", options.files, "Container files; - for standard input")
         ->required()
         ->type_name("FILE");

@@ -1,0 +1,43 @@
+# SPDX-License-Identifier: MIT
+"""Help, man page and completion name the same options."""
+import pathlib
+import re
+import subprocess
+
+import pytest
+
+from conftest import HXCAM, run_command
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+COMPLETION = ROOT / "tools/hxcam/completions/hxcam"
+COMMANDS = ("list", "get", "set", "capture", "info")
+
+
+def options_in(text):
+    return set(re.findall(r"--[a-z]+", text))
+
+
+def completed(*words):
+    script = f"""source "{COMPLETION}"; hxcam() {{ "{HXCAM}" "$@"; }}
+        COMP_WORDS=(hxcam "$@"); COMP_CWORD=$#; _hxcam; echo "${{COMPREPLY[@]}}" """
+    done = subprocess.run(["bash", "-c", script, "bash", *words], capture_output=True, text=True,
+                          check=True)
+    return done.stdout.split()
+
+
+@pytest.mark.parametrize("command", COMMANDS)
+def test_options_are_the_same_everywhere(command):
+    options = options_in(run_command([HXCAM, command, "--help"]).out)
+    words = (command, "exposure", "1", "-") if command == "set" else (command, "-")
+    assert set(completed(*words)) == options
+    manual = (ROOT / "docs/man/hxcam.1.scd").read_text()
+    assert options - {"--help"} <= options_in(manual)
+
+
+@pytest.mark.parametrize("words, answer", [
+    (("",), {*COMMANDS, "--help", "--version"}), (("set", ""), {"exposure", "lamp", "--help"}),
+    (("set", "lamp", "o"), {"on", "off"}), (("get", "l"), {"lamp"}),
+    (("capture", "--timeout", "5"), {"500ms", "5s"}), (("capture", "-n", ""), set()),
+])
+def test_completion(words, answer):
+    assert set(completed(*words)) == answer
