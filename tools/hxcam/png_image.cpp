@@ -44,7 +44,7 @@ void onFlush(png_structp) {}
 
 // PNG samples are big-endian.
 void convertRow(const std::byte* from, std::uint32_t width, std::uint32_t top, png_byte* row) {
-    for (std::uint32_t i = 0; i < width; ++i) {
+    for (std::size_t i = 0; i < width; ++i) {
         std::uint32_t value = std::to_integer<std::uint32_t>(from[2 * i]) |
                               std::to_integer<std::uint32_t>(from[2 * i + 1]) << 8;
         if (top != 0) value = std::min(kWhite, (value * kWhite + top / 2) / top);
@@ -56,7 +56,7 @@ void convertRow(const std::byte* from, std::uint32_t width, std::uint32_t top, p
 /// `top`: the value that becomes white; 0: samples as they are.
 bool encode(Encoder& encoder, const std::byte* samples, std::uint32_t width, std::uint32_t height,
             std::uint32_t top, png_byte* row) {
-    png_structp const png = encoder.png;
+    png_structp png = encoder.png;
     if (setjmp(png_jmpbuf(png)) != 0) return false;
     png_set_write_fn(png, &encoder, onBytes, onFlush);
     png_set_compression_level(png, kCompression);
