@@ -9,10 +9,12 @@
 
 namespace {
 
+using hx::kHeaderSize;
+using hx::kMagic;
+using hx::kMostUses;
+using hx::kRecordSize;
+
 constexpr std::uint64_t kElementSizes[] = {1, 2, 4, 1, 1, 4, 8};
-constexpr std::uint16_t kMagic = 0x4C4C;  // "LL"
-constexpr std::uint32_t kHeaderSize = 8;
-constexpr std::uint64_t kRecordSize = 12;
 
 struct Layout {
     std::uint64_t mainSize;
@@ -99,9 +101,6 @@ void write(FileType type, std::span<const FileInfo> infos, const void* mainData,
         writer.put(info.offset);
     }
 }
-
-// What a container may make of its own bytes: the writer's payloads never overlap, others' may.
-constexpr std::uint64_t kMostUses = 8;
 
 int failBeyondEnd() {
     std::fputs("exceeding data maximum size\n", stderr);

@@ -8,14 +8,16 @@ import pytest
 
 from conftest import FAILED, HXCAM, OK, run_command
 
-TABLE = 8 + 8 + 17
+TABLE = 8 + 8 + 21
+ENTRY_1 = TABLE + 2
+ENTRY_77 = ENTRY_1 + 4 * 12
 
 
 def container():
-    """2 x 2 samples and four entries, by hand."""
+    """2 x 2 samples and five entries, by hand."""
     samples = struct.pack("<4H", 1, 2, 3, 65535)
-    payloads = struct.pack("<HI", 1, 4) + b"\xce\xdeab\0" + struct.pack("<3H", 7, 8, 9)
-    entries = [(1, 1, 1, 16), (2, 2, 1, 18), (8, 4, 5, 22), (77, 1, 3, 27)]
+    payloads = struct.pack("<HII", 1, 4, 8) + b"\xce\xdeab\0" + struct.pack("<3H", 7, 8, 9)
+    entries = [(1, 1, 1, 16), (2, 2, 1, 18), (3, 2, 1, 22), (8, 4, 5, 26), (77, 1, 3, 31)]
     table = struct.pack("<H", len(entries)) + b"".join(struct.pack("<HHII", *e) for e in entries)
     return b"LL" + struct.pack("<HI", 0x4858, TABLE) + samples + payloads + table
 
@@ -29,14 +31,14 @@ def test_every_entry_is_shown(tmp_path):
     whole.write_bytes(container())
     lines = [line.split() for line in info(whole).out.splitlines()]
     assert lines[2] == ["1", "data", "type", "16", "bit", "1", "1"]
-    assert lines[4] == ["8", "identification", "text", "5", "\\xce\\xdeab"]
-    assert lines[5] == ["77", "unknown", "16", "bit", "3", "[7,8,9]"]
+    assert lines[5] == ["8", "identification", "text", "5", "\\xce\\xdeab"]
+    assert lines[6] == ["77", "unknown", "16", "bit", "3", "[7,8,9]"]
 
     twice = info("--json", "-", input=2 * container())
     assert twice.code == OK
     described = json.loads(twice.out)
     assert [c["offset"] for c in described["containers"]] == [0, len(container())]
-    assert described["containers"][1]["entries"][3]["value"] == [7, 8, 9]
+    assert described["containers"][1]["entries"][4]["value"] == [7, 8, 9]
 
 
 def changed(offset, data):
@@ -46,22 +48,25 @@ def changed(offset, data):
 
 
 @pytest.mark.parametrize("data, fault", [
-    (b"", "header is cut off"),
-    (b"LL\x58\x48\0\0\0", "header is cut off"),
-    (changed(0, b"LX"), "does not begin"),
-    (changed(2, b"\x48\x58"), "other byte order"),
-    (changed(4, b"\4\0\0\0"), "into the header"),
-    (changed(4, b"\xff\xff\xff\xff"), "cut off"),
-    (container()[:TABLE + 1], "cut off"),
-    (container()[:-1], "cut off"),
+    (b"", "at byte 0: the header is cut off"),
+    (b"LL\x58\x48\0\0\0", "at byte 7: the header is cut off"),
+    (changed(0, b"LX"), "at byte 0: no container"),
+    (changed(2, b"\x48\x58"), "at byte 2: written in the other byte order"),
+    (changed(4, b"\xff\xff\xff\xff"), "at byte 99: cut off"),
+    (changed(TABLE, b"\0\0"), "at byte 37: it has no entries"),
+    (container()[:TABLE + 1], "at byte 38: cut off"),
+    (container()[:-1], "at byte 98: cut off"),
     (changed(TABLE, b"\xff\xff"), "cut off: 65535 entries"),
-    (changed(TABLE + 2 + 8, b"\7\0\0\0"), "entry 0 (tag 1): its payload"),
-    (changed(TABLE + 2 + 3 * 12 + 4, b"\4\0\0\0"), "entry 3 (tag 77): its payload"),
-    (changed(TABLE + 2 + 3 * 12 + 4, b"\xff\xff\xff\xff"), "entry 3 (tag 77): its payload"),
-    (changed(TABLE + 2 + 3 * 12 + 8, b"\xff\xff\xff\xff"), "entry 3 (tag 77): its payload"),
-    (changed(18, b"\x0d\0\0\0"), "samples (26 bytes) reach past"),
-    (changed(18, b"\xff\xff\xff\xff"), "reach past"),
-    (container() + b"rest", "at byte 83: the header is cut off"),
+    (changed(ENTRY_1 + 4, b"\0\0\0\0"), f"at byte {ENTRY_1}: entry 0 (tag 1) is too short"),
+    (changed(ENTRY_1 + 8, b"\7\0\0\0"), "entry 0 (tag 1): its payload, 2 bytes at 7, should be"),
+    (changed(ENTRY_77 + 4, b"\4\0\0\0"), "at byte 4: the table is at byte 37, the payloads end"),
+    (changed(ENTRY_77 + 4, b"\xff\xff\xff\xff"), f"at byte {ENTRY_77}: entry 4 (tag 77): its"),
+    (changed(ENTRY_77 + 8, b"\xff\xff\xff\xff"), "entry 4 (tag 77): its payload"),
+    (changed(18, b"\x0d\0\0\0"), "entry 0 (tag 1): its payload, 2 bytes at 16, should be at 34"),
+    (changed(18, b"\xff\xff\xff\xff"), "at byte 8: the samples, 8589934590 bytes at 8, reach"),
+    (changed(22, b"\7\0\0\0"), "at byte 7: the samples begin at byte 7, not at 8"),
+    (container() + b"rest", "at byte 99: no container"),
+    (container() + b"LL", "at byte 101: the header is cut off"),
 ])
 def test_what_is_wrong_is_told(tmp_path, data, fault):
     damaged = tmp_path / "damaged.hxc"

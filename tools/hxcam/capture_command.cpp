@@ -11,8 +11,8 @@
 
 #include "camera_choice.h"
 #include "capture/capture_session.h"
+#include "codec/hx_container.h"
 #include "commands.h"
-#include "container/container_reader.h"
 #include "exit_code.h"
 #include "frame_output.h"
 #include "terminal.h"
@@ -35,10 +35,10 @@ struct Tally {
     void add(const hx::CaptureEvent& event, const hx::ContainerView& frame) {
         if (stored == 0) {
             firstNs = event.takenNs;
-            firstTime = frame.text(hx::Tag::time);
+            firstTime = frame.time();
         }
         lastNs = event.takenNs;
-        lastTime.assign(frame.text(hx::Tag::time));
+        lastTime.assign(frame.time());
         ++stored;
     }
 
@@ -168,13 +168,13 @@ void Capture::store(const hx::CaptureEvent& event) {
 
 // Cameras that report their exposure inside the frame have 16 bits for it.
 void Capture::checkFirst(const hx::ContainerView& frame) const {
-    const std::string_view text = frame.text(hx::Tag::identification);
+    const std::string_view text = frame.identification();
     if (text != camera_.text) {
         throw CommandError(
             exitFailed, fmt::format("{} is another camera by now: {}", camera_.node, shown(text)));
     }
     if (!options_.exposure) return;
-    const std::uint64_t reported = frame.number(hx::Tag::exposure);
+    const std::uint64_t reported = frame.exposure();
     if (reported == *options_.exposure || reported == (*options_.exposure & 0xffff)) return;
     complain(fmt::format("warning: exposure {} was set, the first frame says {}",
                          *options_.exposure, reported));

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "container/container_reader.h"
+#include "codec/hx_container.h"
 #include "interrupt.h"
 #include "options.h"
 

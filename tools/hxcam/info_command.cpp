@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "capture/unique_fd.h"
+#include "codec/hx_container.h"
 #include "commands.h"
-#include "container/container_reader.h"
 #include "exit_code.h"
 #include "terminal.h"
 
@@ -48,14 +48,15 @@ std::vector<std::byte> readFile(const std::string& path) {
     return bytes;
 }
 
-std::string typeText(std::uint16_t type) {
-    if (type == hx::kTextType) return "text";
-    const std::size_t size = hx::elementSize(type);
-    return size == 0 ? fmt::format("unknown ({})", type) : fmt::format("{} bit", 8 * size);
+std::string typeText(FileDataType type) {
+    if (type == Data8_4) return "text";
+    const std::uint64_t size = elementSize(type);
+    return size == 0 ? fmt::format("unknown ({})", static_cast<unsigned>(type))
+                     : fmt::format("{} bit", 8 * size);
 }
 
 json valueOf(const hx::ContainerEntry& entry, std::size_t most) {
-    if (entry.type == hx::kTextType) return entry.text();
+    if (entry.type == Data8_4) return entry.text();
     if (entry.payload.empty()) return nullptr;
     if (entry.count == 1) return entry.number(0);
     json values = json::array();
@@ -69,21 +70,21 @@ json describe(const hx::ContainerView& frame, std::size_t offset) {
         const hx::ContainerEntry entry = frame.entry(i);
         entries.push_back({{"tag", entry.tag},
                            {"name", hx::tagName(entry.tag)},
-                           {"type", entry.type},
+                           {"type", static_cast<unsigned>(entry.type)},
                            {"count", entry.count},
                            {"value", valueOf(entry, entry.count)}});
     }
     return {{"offset", offset},
             {"size", frame.size()},
             {"kind", frame.kind()},
-            {"sample_bytes", frame.samples().size()},
+            {"sample_bytes", frame.mainData().size()},
             {"entries", entries}};
 }
 
 std::string report(const hx::ContainerView& frame, const std::string& path, std::size_t offset) {
     std::string text = fmt::format(
         "{}: container at byte {}, {} bytes, kind 0x{:04X}, {} bytes of samples, {} entries\n",
-        shown(path), offset, frame.size(), frame.kind(), frame.samples().size(),
+        shown(path), offset, frame.size(), frame.kind(), frame.mainData().size(),
         frame.entryCount());
     text +=
         fmt::format("  {:>5}  {:<19}  {:<6}  {:>7}  {}\n", "TAG", "NAME", "TYPE", "COUNT", "VALUE");
@@ -112,10 +113,11 @@ bool showFile(const std::string& path, bool asJson) {
             } else {
                 print(report(frame, path, offset));
             }
+            frame.requireOrder();
             offset += frame.size();
         } while (offset < bytes.size());
     } catch (const hx::ContainerFault& damage) {
-        fault = fmt::format("at byte {}: {}", offset, damage.what());
+        fault = fmt::format("at byte {}: {}", offset + damage.offset(), damage.what());
     } catch (const ReadFailed& failure) {
         fault = failure.what();
     }

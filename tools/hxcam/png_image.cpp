@@ -44,7 +44,7 @@ void onFlush(png_structp) {}
 
 // PNG samples are big-endian.
 void convertRow(const std::byte* from, std::uint32_t width, std::uint32_t top, png_byte* row) {
-    for (std::uint32_t i = 0; i < width; ++i) {
+    for (std::size_t i = 0; i < width; ++i) {
         std::uint32_t value = std::to_integer<std::uint32_t>(from[2 * i]) |
                               std::to_integer<std::uint32_t>(from[2 * i + 1]) << 8;
         if (top != 0) value = std::min(kWhite, (value * kWhite + top / 2) / top);
@@ -56,7 +56,7 @@ void convertRow(const std::byte* from, std::uint32_t width, std::uint32_t top, p
 /// `top`: the value that becomes white; 0: samples as they are.
 bool encode(Encoder& encoder, const std::byte* samples, std::uint32_t width, std::uint32_t height,
             std::uint32_t top, png_byte* row) {
-    png_structp const png = encoder.png;
+    png_structp png = encoder.png;
     if (setjmp(png_jmpbuf(png)) != 0) return false;
     png_set_write_fn(png, &encoder, onBytes, onFlush);
     png_set_compression_level(png, kCompression);
@@ -76,11 +76,13 @@ bool encode(Encoder& encoder, const std::byte* samples, std::uint32_t width, std
 
 void encodePng(const hx::ContainerView& frame, bool stretch, std::vector<unsigned char>& out) {
     frame.requirePicture();
-    const auto width = static_cast<std::uint32_t>(frame.number(hx::Tag::width));
-    const auto height = static_cast<std::uint32_t>(frame.number(hx::Tag::height));
-    const std::uint64_t depth = frame.number(hx::Tag::depth);
+    const auto width = static_cast<std::uint32_t>(frame.width());
+    const auto height = static_cast<std::uint32_t>(frame.height());
+    const std::uint64_t depth = frame.depth();
     if (stretch && (depth == 0 || depth > 16)) {
-        throw hx::ContainerFault("its depth is " + std::to_string(depth) + " bits");
+        const auto entry = frame.find(hx::Tag::depth);
+        throw hx::ContainerFault(entry ? entry->offset : 0,
+                                 "its depth is " + std::to_string(depth) + " bits");
     }
     const std::uint32_t top = stretch ? (1U << depth) - 1 : 0;
 
@@ -91,7 +93,7 @@ void encodePng(const hx::ContainerView& frame, bool stretch, std::vector<unsigne
     if (encoder.png != nullptr) encoder.info = png_create_info_struct(encoder.png);
     if (encoder.info == nullptr) throw CommandError(exitFailed, "no memory for a PNG file");
     std::vector<png_byte> row(std::size_t{2} * width);
-    if (!encode(encoder, frame.samples().data(), width, height, top, row.data())) {
+    if (!encode(encoder, frame.mainData().data(), width, height, top, row.data())) {
         throw CommandError(exitFailed, "cannot make a PNG file: " + encoder.fault);
     }
 }

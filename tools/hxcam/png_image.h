@@ -4,7 +4,7 @@
 
 #include <vector>
 
-#include "container/container_reader.h"
+#include "codec/hx_container.h"
 
 namespace hxcam {
 

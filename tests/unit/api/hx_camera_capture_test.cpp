@@ -65,16 +65,9 @@ TEST_F(CaptureThread, DeliversEveryFrameInTheHandlesOwnBlock) {
     fake.camera->letFrames(3);
     receiver.await(3);
     EXPECT_EQ(receiver.blocks.size(), 1u);
-    // Header, four samples of the third frame, and eighteen entries at the end.
     EXPECT_EQ(word(receiver.last, 0), 0x48584C4Cu);
-    EXPECT_EQ(word(receiver.last, 8), 0x00030003u);
-    const std::uint32_t table = word(receiver.last, 4);
-    EXPECT_EQ(receiver.last.size(), table + 2 + 18 * 12);
-    EXPECT_EQ(receiver.last[table], 18);
-    const std::uint32_t mainOffset = word(receiver.last, table + 2 + 2 * 12 + 8);
-    EXPECT_EQ(word(receiver.last, mainOffset), 8u);
-    const std::uint32_t exposure = word(receiver.last, table + 2 + 9 * 12 + 8);
-    EXPECT_EQ(word(receiver.last, exposure), 7u);
+    EXPECT_EQ(word(receiver.last, 8), 0x00030003u) << "samples of the third frame";
+    EXPECT_EQ(receiver.last.size(), word(receiver.last, 4) + 2 + 18 * 12);
 }
 
 TEST_F(CaptureThread, AllocatesNothingPerFrame) {

@@ -56,11 +56,4 @@ TEST(FrameEntriesList, IsTheSameEighteenInTagOrder) {
     }
 }
 
-TEST(FrameEntriesList, CountsATextInSixteenBits) {
-    hx::FrameValues values;
-    values.cameraId = std::string(65536, 'x');
-    hx::FrameEntries entries(values);
-    EXPECT_EQ(entries.first()[7].size, 1u);
-}
-
 }  // namespace

@@ -5,9 +5,7 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
-#include <stdexcept>
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -41,13 +39,6 @@ class UvcCamera : public testing::Test {
         return camera->init();
     }
 
-    // What init() prints when it fails.
-    std::string messageOfFailingStart(const std::string& text) {
-        CaptureStderr();
-        EXPECT_FALSE(start(text));
-        return GetCapturedStderr();
-    }
-
     std::unique_ptr<CameraUvc> camera = std::make_unique<CameraUvc>();
 };
 
@@ -77,43 +68,11 @@ TEST_F(UvcCamera, IsIdentifiedThenAskedForItsRangeThenBroughtUp) {
     EXPECT_EQ(max, 5000u);
 }
 
-TEST_F(UvcCamera, FailsWithTheMessageOfTheFailingStep) {
-    struct {
-        const char* call;
-        int nth;
-        const char* message;
-    } const kRows[] = {
-        // A node that cannot be opened counts as asked, and then has no known model.
-        {"open", 0, "Failed to open device: Input/output error\nhx verion error\n"},
-        {"XU", 1, "!name: Input/output error\n"},
-        {"QUERYCTRL", 1, "expure:: Input/output error\n"},
-        {"open", 3, "open:: Input/output error\n"},
-        {"S_FMT", 1, "fmt:: Input/output error\n"},
-        {"REQBUFS", 1, "require:: Input/output error\n"},
-        {"QUERYBUF", 2, "alloc:: Input/output error\n"},
-        {"mmap", 1, "alloc:: Input/output error\n"},
-        {"QBUF", 2, "queue:: Input/output error\n"},
-        {"STREAMON", 1, "stream:: Input/output error\n"},
-    };
-    for (const auto& row : kRows) {
-        SCOPED_TRACE(row.message);
-        camera = std::make_unique<CameraUvc>();
-        scripted::reset();
-        world().granted = 2;
-        world().failures = {{row.call, row.nth, EIO}};
-        EXPECT_EQ(messageOfFailingStart("HX01-V01.3-12345E"), row.message);
-        EXPECT_TRUE(world().openFds.empty());
-        camera.reset();  // a second tear-down would be counted as foreign
-    }
-}
-
-TEST_F(UvcCamera, RefusesTextsThatItDoesNotKnow) {
-    EXPECT_EQ(messageOfFailingStart("HX03-V01.0-12345A"), "hx verion error\n");
-    EXPECT_EQ(messageOfFailingStart("HX01-V03.0-12345A"), "ae verion error\n");
-    EXPECT_EQ(messageOfFailingStart("HX01-V01.0-12345F"), "spec resolution error\n");
-    EXPECT_EQ(world().count("QUERYCTRL"), 0);
-    EXPECT_THROW(start("HX01-V01.0-AB"), std::out_of_range);
-    EXPECT_STREQ(camera->getName(), "AB");
+TEST_F(UvcCamera, TakesANodeThatCannotBeOpenedForOneOfUnknownModel) {
+    world().failures = {{"open", 0, EACCES}};
+    CaptureStderr();
+    EXPECT_FALSE(start("HX01-V01.3-12345E"));
+    EXPECT_EQ(GetCapturedStderr(), "Failed to open device: Permission denied\nhx verion error\n");
 }
 
 TEST_F(UvcCamera, ReadsATextThatFillsTheWholeAnswer) {
@@ -121,11 +80,6 @@ TEST_F(UvcCamera, ReadsATextThatFillsTheWholeAnswer) {
     ASSERT_EQ(text.size(), 32u);
     ASSERT_TRUE(start(text));
     EXPECT_EQ(camera->getCameraId(), text);
-}
-
-TEST_F(UvcCamera, KeepsItsOpenRangeQueryUnchecked) {
-    world().failures = {{"open", 2, EACCES}};
-    EXPECT_EQ(messageOfFailingStart("HX01-V01.3-12345E"), "expure:: Bad file descriptor\n");
 }
 
 TEST_F(UvcCamera, DeliversSamplesByTheRuleOfItsModel) {
@@ -164,27 +118,6 @@ TEST_F(UvcCamera, TakesTheExposureOutOfTheFrame) {
     EXPECT_EQ(samples[0], 7 * 4);
     EXPECT_EQ(std::memcmp(world().frameMemory(0), "\x07\x00\x07\x00", 4), 0);
     EXPECT_EQ(world().count("G_CTRL"), 0);
-}
-
-TEST_F(UvcCamera, AnswersNullForABufferShorterThanAFrame) {
-    for (const char* text : {"HX01-V01.3-12345E", "HX05-V02.3-12345E"}) {
-        camera = std::make_unique<CameraUvc>();
-        scripted::reset();
-        world().granted = 2;
-        world().bufferLength = kFrameBytes - 4096;
-        ASSERT_TRUE(start(text));
-        EXPECT_EQ(camera->getData(), nullptr);
-        EXPECT_EQ(camera->getExp(), text[5] == 'V' && text[7] == '2' ? 0u : 156u);
-    }
-}
-
-TEST_F(UvcCamera, AnswersNullOnceItsStreamIsLost) {
-    ASSERT_TRUE(start("HX01-V01.3-12345E"));
-    world().failures = {{"DQBUF", 1, ENODEV}};
-    CaptureStderr();
-    EXPECT_EQ(camera->getData(), nullptr);
-    EXPECT_EQ(camera->getData(), nullptr);
-    EXPECT_EQ(GetCapturedStderr(), "-1: No such device\n");
 }
 
 TEST_F(UvcCamera, ReadsAndSetsTheExposureControlUnchanged) {
@@ -228,26 +161,6 @@ TEST_F(UvcCamera, ProbesEveryNodeWhoseNameBeginsWithVideo) {
     EXPECT_EQ(found[1]->getCameraId(), "HX01-V01.3-2222AE");
     EXPECT_EQ(world().count("closedir"), 1);
     for (CameraBase* const one : found) delete one;
-}
-
-TEST_F(UvcCamera, SaysThatTheDirectoryCannotBeRead) {
-    world().failures = {{"opendir", 1, EMFILE}};
-    std::vector<CameraBase*> found;
-    CaptureStderr();
-    EXPECT_FALSE(camera->checkDevice(found));
-    EXPECT_EQ(GetCapturedStderr(), "Failed to open /dev: Too many open files\n");
-}
-
-TEST_F(UvcCamera, LeaksNothingWhenATextCutShortThrows) {
-    world().entries = {"video0", "video1"};
-    world().identifications = {{"/dev/video0", "HX01-V01.3-1111AE"},
-                               {"/dev/video1", "HX01-V01.0-AB"}};
-    std::vector<CameraBase*> found;
-    EXPECT_THROW(camera->checkDevice(found), std::out_of_range);
-    EXPECT_EQ(world().count("closedir"), 1);
-    ASSERT_EQ(found.size(), 1u);
-    EXPECT_EQ(world().openFds.size(), 1u);
-    delete found[0];
 }
 
 }  // namespace

@@ -173,13 +173,6 @@ TEST(NineChannels, EqualTheOtherFormulationForAllSmallFrames) {
     }
 }
 
-TEST(NineChannels, OfAConstantFrameAreThatConstant) {
-    const Image image{9, 10, std::vector<double>(90, 123.25)};
-    std::vector<double> output(9 * 90, -1);
-    ASSERT_EQ(run(image, output, nullptr), 1);
-    EXPECT_EQ(output, std::vector<double>(9 * 90, 123.25));
-}
-
 // One pixel in the middle of 7 x 7, by hand: channel 0 of pixel (3, 3) is its own.
 TEST(NineChannels, FollowTheThreeRules) {
     Image image{7, 7, std::vector<double>(49, 100)};
