@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "capture/capture_session.h"
-#include "container/container_reader.h"
+#include "codec/hx_container.h"
 #include "support/counted_allocations.h"
 
 namespace {
@@ -23,7 +23,7 @@ hx::CaptureEvent nextFrame(hx::CaptureSession& session) {
 }
 
 std::uint64_t exposureOf(const hx::CaptureEvent& event) {
-    return hx::ContainerView(event.container).number(hx::Tag::exposure);
+    return hx::ContainerView(event.container).exposure();
 }
 
 TEST(SessionOnCamera, SetsTheExposureWhileItCaptures) {
