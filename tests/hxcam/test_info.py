@@ -63,7 +63,7 @@ def changed(offset, data):
     (changed(ENTRY_77 + 4, b"\xff\xff\xff\xff"), f"at byte {ENTRY_77}: entry 4 (tag 77): its"),
     (changed(ENTRY_77 + 8, b"\xff\xff\xff\xff"), "entry 4 (tag 77): its payload"),
     (changed(18, b"\x0d\0\0\0"), "entry 0 (tag 1): its payload, 2 bytes at 16, should be at 34"),
-    (changed(18, b"\xff\xff\xff\xff"), "at byte 8: the samples, 8589934590 bytes at 8, reach"),
+    (changed(18, b"\xff\xff\xff\xff"), f"at byte {ENTRY_1 + 24}: the samples, 8589934590 bytes at 8, reach"),
     (changed(22, b"\7\0\0\0"), "at byte 7: the samples begin at byte 7, not at 8"),
     (container() + b"rest", "at byte 99: no container"),
     (container() + b"LL", "at byte 101: the header is cut off"),
