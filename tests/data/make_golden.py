@@ -42,6 +42,13 @@ def frame(width, samples, identification, exposure, spectral):
             *((tag, RESERVED, 0) for tag in range(13, 18)), (18, BYTE, 0)]
 
 
+def overlapping(uses):
+    """No samples, and this many entries each of which is the whole container."""
+    size = 8 + 2 + 12 * uses
+    entry = struct.pack("<HHII", 100, RESERVED, size, 0)
+    return struct.pack("<2sHIH", b"LL", 0x4858, 8, uses) + uses * entry
+
+
 HX01 = [0, 1, 2, 511, 512, 1022, 1023, 1275]
 HX02 = [700, 700, 0, 1, 2, 3, 100, 200, 300, 400, 500, 600, 1023, 1100, 1125, 7, 8, 9]
 HX01_ENTRIES = frame(4, HX01, "HX01-V01.3-67890E", 156, 75)
@@ -54,6 +61,7 @@ GOLDEN = {
     "other-kind.hxc": container(HX01, HX01_ENTRIES, kind=0x1234),
     "big-endian.hxc": container(HX01, HX01_ENTRIES, order=">"),
     "swapped.hxc": container(HX01, HX01_ENTRIES, magic=b"HX", order=">"),
+    "overlap.hxc": overlapping(9),
 }
 
 
