@@ -102,10 +102,10 @@ void FrameSource::paint(std::span<std::byte> frame, const Rectangle& place,
                         std::size_t surface) const {
     std::vector<std::uint16_t> line(place.width);
     for (std::uint32_t row = place.top; row < place.top + place.height; ++row) {
-        const std::uint16_t* color = &colors_[surface * kChannels + row % 3 * 3];
+        const std::uint16_t* color = &colors_[surface * kChannels + std::size_t{row} % 3 * 3];
         for (std::uint32_t i = 0; i < place.width; ++i) line[i] = color[(place.left + i) % 3];
         const std::size_t at = (std::size_t{row} * width_ + place.left) * sizeof line[0];
-        std::memcpy(frame.data() + at, line.data(), place.width * sizeof line[0]);
+        std::memcpy(frame.data() + at, line.data(), line.size() * sizeof line[0]);
     }
 }
 

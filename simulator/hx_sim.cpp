@@ -4,7 +4,8 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -20,6 +21,7 @@ namespace {
 using namespace hx::sim;
 namespace fs = std::filesystem;
 
+constexpr const char* kSanitizerRuntime = HX_SIM_SANITIZER_RUNTIME;
 constexpr int kFailed = 1;
 constexpr int kUsage = 2;
 
@@ -84,7 +86,7 @@ fs::path findLibrary() {
     // Beside the build's own programs first, then where it is installed.
     for (const char* place : {"../lib/libhx_camera_sim.so", HX_SIM_LIBRARY_FROM_BINDIR}) {
         std::error_code ignored;
-        const fs::path found = fs::canonical(folder / place, ignored);
+        fs::path found = fs::canonical(folder / place, ignored);
         if (!found.empty()) return found;
     }
     throw std::runtime_error("libhx_camera_sim.so is neither in ../lib nor where it is installed");
@@ -96,7 +98,7 @@ std::string preloadList() {
     if (library.find_first_of(" :") != library.npos) {
         throw std::runtime_error("cannot preload " + library + ": blank or colon in its path");
     }
-    std::string list = HX_SIM_SANITIZER_RUNTIME;
+    std::string list = kSanitizerRuntime;
     if (!list.empty()) list += ':';
     list += library;
     const char* present = std::getenv("LD_PRELOAD");
@@ -105,7 +107,7 @@ std::string preloadList() {
 }
 
 int usageError(const char* message) {
-    fmt::print(stderr, "hx-sim: {}\nRun with --help for more.\n", message);
+    std::fprintf(stderr, "hx-sim: %s\nRun with --help for more.\n", message);
     return kUsage;
 }
 
@@ -116,9 +118,7 @@ int run(const Options& options, char** command) {
     return runCommand(command);
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int launch(int argc, char** argv) {
     Options options;
     CLI::App app(
         "Runs COMMAND with simulated cameras as /dev/video*: hx-sim [OPTIONS] -- COMMAND [ARG...]");
@@ -134,17 +134,19 @@ int main(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         return usageError(error.what());
     }
-    if (end - dashes < 2) {
-        fmt::print(stderr,
-                   "hx-sim: no command; it stands behind '--'\nRun with --help for more.\n");
-        return kUsage;
-    }
+    if (end - dashes < 2) return usageError("no command; it stands behind '--'");
+    return run(options, dashes + 1);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
     try {
-        return run(options, dashes + 1);
+        return launch(argc, argv);
     } catch (const SpecError& error) {
         return usageError(error.what());
     } catch (const std::exception& error) {
-        fmt::print(stderr, "hx-sim: {}\n", error.what());
+        std::fprintf(stderr, "hx-sim: %s\n", error.what());
         return kFailed;
     }
 }

@@ -69,7 +69,7 @@ int openPath(int directory, const char* path, int flags, mode_t mode) {
     return real::openat(directory, path, flags, mode);
 }
 
-// The mode is there only when a file may be made.
+// The mode is there only when a file may be made; else what was read in its place means nothing.
 bool hasMode(int flags) {
     return (flags & O_CREAT) || (flags & O_TMPFILE) == O_TMPFILE;
 }
@@ -177,48 +177,39 @@ bool isFileRequest(std::uint32_t request) {
 using namespace hx::sim;
 
 HX_EXPORT int open(const char* path, int flags, ...) {
-    mode_t mode = 0;
-    if (hasMode(flags)) {
-        va_list rest;
-        va_start(rest, flags);
-        mode = va_arg(rest, mode_t);
-        va_end(rest);
-    }
-    return openPath(AT_FDCWD, path, flags, mode);
+    va_list rest;
+    va_start(rest, flags);
+    const auto mode = va_arg(rest, mode_t);
+    va_end(rest);
+    return openPath(AT_FDCWD, path, flags, hasMode(flags) ? mode : 0);
 }
 
 HX_EXPORT int open64(const char* path, int flags, ...) {
-    mode_t mode = 0;
-    if (hasMode(flags)) {
-        va_list rest;
-        va_start(rest, flags);
-        mode = va_arg(rest, mode_t);
-        va_end(rest);
-    }
-    return openPath(AT_FDCWD, path, flags, mode);
+    va_list rest;
+    va_start(rest, flags);
+    const auto mode = va_arg(rest, mode_t);
+    va_end(rest);
+    return openPath(AT_FDCWD, path, flags, hasMode(flags) ? mode : 0);
 }
 
 HX_EXPORT int openat(int directory, const char* path, int flags, ...) {
-    mode_t mode = 0;
-    if (hasMode(flags)) {
-        va_list rest;
-        va_start(rest, flags);
-        mode = va_arg(rest, mode_t);
-        va_end(rest);
-    }
-    return openPath(directory, path, flags, mode);
+    va_list rest;
+    va_start(rest, flags);
+    const auto mode = va_arg(rest, mode_t);
+    va_end(rest);
+    return openPath(directory, path, flags, hasMode(flags) ? mode : 0);
 }
 
 HX_EXPORT int openat64(int directory, const char* path, int flags, ...) {
-    mode_t mode = 0;
-    if (hasMode(flags)) {
-        va_list rest;
-        va_start(rest, flags);
-        mode = va_arg(rest, mode_t);
-        va_end(rest);
-    }
-    return openPath(directory, path, flags, mode);
+    va_list rest;
+    va_start(rest, flags);
+    const auto mode = va_arg(rest, mode_t);
+    va_end(rest);
+    return openPath(directory, path, flags, hasMode(flags) ? mode : 0);
 }
+
+// Names that the C library reserves for itself are just what has to be replaced.
+// NOLINTBEGIN(bugprone-reserved-identifier)
 
 // What open becomes in programs built with _FORTIFY_SOURCE when there is no mode.
 HX_EXPORT int __open_2(const char* path, int flags) {
@@ -233,6 +224,8 @@ HX_EXPORT int __openat_2(int directory, const char* path, int flags) {
 HX_EXPORT int __openat64_2(int directory, const char* path, int flags) {
     return openPath(directory, path, flags, 0);
 }
+
+// NOLINTEND(bugprone-reserved-identifier)
 
 HX_EXPORT std::FILE* fopen(const char* path, const char* mode) {
     return openStream(path, mode);
@@ -392,6 +385,8 @@ HX_EXPORT int fstatat64(int directory, const char* path, struct stat64* status,
     return statPath(directory, path, reinterpret_cast<struct stat*>(status), flags);
 }
 
+// NOLINTBEGIN(bugprone-reserved-identifier)
+
 // What the calls above were in programs built before glibc 2.33, and still are in sanitizer
 // runtimes. The first argument is a layout's version; a 64-bit machine has only one.
 HX_EXPORT int __xstat(int, const char* path, struct stat* status) noexcept {
@@ -427,6 +422,8 @@ HX_EXPORT int __fxstatat64(int, int directory, const char* path, struct stat64* 
                            int flags) noexcept {
     return statPath(directory, path, reinterpret_cast<struct stat*>(status), flags);
 }
+
+// NOLINTEND(bugprone-reserved-identifier)
 
 HX_EXPORT int statx(int directory, const char* path, int flags, unsigned mask,
                     struct statx* status) noexcept {

@@ -15,9 +15,10 @@ inline bool userMemoryMapped(const void* pointer, std::size_t bytes) {
     const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
     const auto start = reinterpret_cast<std::uintptr_t>(pointer);
     if (start < page || bytes == 0) return start >= page;
-    const auto first = start / page * page;
+    const auto before = start % page;
+    char* first = const_cast<char*>(static_cast<const char*>(pointer)) - before;
     // msync does nothing to memory here but fails with ENOMEM where there is none.
-    return msync(reinterpret_cast<void*>(first), start + bytes - first, MS_ASYNC) == 0;
+    return msync(first, before + bytes, MS_ASYNC) == 0;
 }
 
 }  // namespace hx::sim

@@ -95,6 +95,7 @@ void ContainerView::readHeader() {
 
 void ContainerView::readEntries() {
     std::uint64_t mainCount = 0;
+    std::uint64_t mainRecord = table_;  // that of the last entry that describes the main data
     std::uint64_t used = 0;
     const auto claim = [&](std::uint64_t size, std::uint64_t at) {
         used += size;
@@ -116,6 +117,7 @@ void ContainerView::readEntries() {
         const std::size_t width = found.tag == TAG_DATA_TYPE ? 2 : 4;
         if (size < width) throw ContainerFault(at, nameOf(i, found) + " is too short");
         const std::uint64_t value = load(found.payload, 0, width);
+        mainRecord = at;
         if (found.tag == TAG_DATA_TYPE) mainType_ = static_cast<FileDataType>(value);
         if (found.tag == TAG_DATA_COUNT) mainCount = value;
         if (found.tag == TAG_DATA_OFFSET) mainOffset_ = static_cast<std::uint32_t>(value);
@@ -123,9 +125,9 @@ void ContainerView::readEntries() {
     const std::uint64_t mainSize = mainCount * elementSize(mainType_);
     if (!fits(bytes_.size(), mainOffset_, mainSize)) {
         throw ContainerFault(
-            mainOffset_, "the samples, " + extent(mainSize, mainOffset_) + ", reach past the end");
+            mainRecord, "the samples, " + extent(mainSize, mainOffset_) + ", reach past the end");
     }
-    claim(mainSize, mainOffset_);
+    claim(mainSize, mainRecord);
     main_ = bytes_.subspan(mainOffset_, mainSize);
 }
 

@@ -117,8 +117,8 @@ class ContainerFault : public std::runtime_error {
     ContainerFault(std::uint64_t offset, const std::string& text)
         : std::runtime_error(text), offset_(offset) {}
 
-    /// Where the wrong field is, or the end of the bytes where they end too early: bytes from the
-    /// start of what the view was made of.
+    /// The field or entry record that is wrong, or the end of the bytes where they end too early:
+    /// bytes from the start of what the view was made of, never past its end.
     std::uint64_t offset() const noexcept { return offset_; }
 
   private:

@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
 """hxcam info, on whole and on damaged files."""
 import json
+import pathlib
 import random
 import struct
 
@@ -8,6 +9,7 @@ import pytest
 
 from conftest import FAILED, HXCAM, OK, run_command
 
+DATA = pathlib.Path(__file__).resolve().parents[1] / "data"
 TABLE = 8 + 8 + 21
 ENTRY_1 = TABLE + 2
 ENTRY_77 = ENTRY_1 + 4 * 12
@@ -38,7 +40,35 @@ def test_every_entry_is_shown(tmp_path):
     assert twice.code == OK
     described = json.loads(twice.out)
     assert [c["offset"] for c in described["containers"]] == [0, len(container())]
-    assert described["containers"][1]["entries"][4]["value"] == [7, 8, 9]
+    last = described["containers"][1]
+    assert (last["size"], last["kind"]) == (99, 0x4858)
+    assert (last["sample_type"], last["sample_bytes"]) == (1, 8)
+    assert last["entries"][4] == {"tag": 77, "name": "unknown", "type": 1, "count": 3,
+                                  "value": [7, 8, 9]}
+    assert described["file"] == "-" and described["error"] is None and last["error"] is None
+    # The text is no UTF-8: its bytes are there.
+    assert bytes.fromhex(last["entries"][3]["hex"]) == b"\xce\xdeab\0"
+
+
+def test_golden_files():
+    lines = info("--json", *(DATA / name for name in ("hx02-lamp.hxc", "unknown-type.hxc"))).out
+    lamp, unknown = ({e["tag"]: e for e in json.loads(line)["containers"][0]["entries"]}
+                     for line in lines.splitlines())
+    assert lamp[8]["value"] == "HX02-V02.1-12345A-L" and "hex" not in lamp[8]
+    assert lamp[10] == {"tag": 10, "name": "exposure", "type": 2, "count": 1, "value": 10000}
+    assert (unknown[100]["type"], unknown[100]["value"], unknown[101]["value"]) == (9, None, 5)
+
+
+def test_long_entries_are_cut(tmp_path):
+    payloads = struct.pack("<4100H", *range(4100)) + b"a\0hidden\0"
+    long = tmp_path / "long"
+    records = struct.pack("<HHHII", 3, 3, 2, 1, 8) + struct.pack("<HHII", 100, 1, 4100, 12)
+    records += struct.pack("<HHII", 8, 4, 9, 12 + 8200)
+    long.write_bytes(struct.pack("<2sHII", b"LL", 7, 12 + len(payloads), 8) + payloads + records)
+    _, numbers, text = json.loads(info("--json", long).out)["containers"][0]["entries"]
+    assert numbers["value"] == list(range(4096)) and numbers["cut"]
+    assert text["value"] == "a" and bytes.fromhex(text["hex"]) == b"a\0hidden\0"
+    assert "15] ..." in info(long).out
 
 
 def changed(offset, data):
@@ -63,7 +93,7 @@ def changed(offset, data):
     (changed(ENTRY_77 + 4, b"\xff\xff\xff\xff"), f"at byte {ENTRY_77}: entry 4 (tag 77): its"),
     (changed(ENTRY_77 + 8, b"\xff\xff\xff\xff"), "entry 4 (tag 77): its payload"),
     (changed(18, b"\x0d\0\0\0"), "entry 0 (tag 1): its payload, 2 bytes at 16, should be at 34"),
-    (changed(18, b"\xff\xff\xff\xff"), "at byte 8: the samples, 8589934590 bytes at 8, reach"),
+    (changed(18, b"\xff\xff\xff\xff"), f"at byte {ENTRY_1 + 24}: the samples, 8589934590 bytes"),
     (changed(22, b"\7\0\0\0"), "at byte 7: the samples begin at byte 7, not at 8"),
     (container() + b"rest", "at byte 99: no container"),
     (container() + b"LL", "at byte 101: the header is cut off"),
@@ -77,7 +107,7 @@ def test_what_is_wrong_is_told(tmp_path, data, fault):
 
 
 def test_no_damage_is_believed(tmp_path):
-    # Every byte changed in turn, and random cuts: each file is read or refused, and the rest goes on.
+    # Every byte changed in turn, and every cut: each is read or refused, and the rest goes on.
     chance = random.Random(1)
     for i in range(len(container())):
         (tmp_path / f"{i:03}").write_bytes(changed(i, bytes([chance.randrange(256)])))
@@ -86,7 +116,19 @@ def test_no_damage_is_believed(tmp_path):
     result = info("--json", *files)
     assert result.code == FAILED
     assert [json.loads(line)["file"] for line in result.out.splitlines()] == list(map(str, files))
-    assert all("error" in json.loads(line) for line in result.out.splitlines()[1::2])
+    assert all(json.loads(line)["error"] for line in result.out.splitlines()[1::2])
+
+
+def test_damage_in_the_middle_does_not_hide_the_rest():
+    moved = changed(ENTRY_77 + 8, b"\x1e")
+    result = info("--json", "-", input=container() + moved + container() + b"LL")
+    line = json.loads(result.out)
+    assert result.code == FAILED
+    faults = [c["error"] and c["error"]["offset"] for c in line["containers"]]
+    assert faults == [None, 99 + ENTRY_77, None]
+    assert line["error"] == {"offset": 299, "message": "the header is cut off"}
+    assert f"at byte {99 + ENTRY_77}: entry 4 (tag 77)" in result.err
+    assert "at byte 299" in result.err
 
 
 def test_a_missing_file_does_not_hide_the_others(tmp_path):

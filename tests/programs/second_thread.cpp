@@ -4,7 +4,8 @@
 
 int main() {
     FakeList fake;
-    registerHxCameraCallback(fake.ctx, [](unsigned char*, unsigned long, void*) {}, nullptr);
+    registerHxCameraCallback(
+        fake.ctx, [](unsigned char*, unsigned long, void*) {}, nullptr);
     openHxCamera(fake.ctx, true);
     openHxCamera(fake.ctx, true);
     return 0;

@@ -84,6 +84,7 @@ class SpawnPlan {
 
     pid_t start(const std::vector<std::string>& arguments) const {
         std::vector<char*> argv;
+        argv.reserve(arguments.size() + 1);
         for (const std::string& argument : arguments) {
             argv.push_back(const_cast<char*>(argument.c_str()));
         }
@@ -113,7 +114,7 @@ std::string findCaptureChild() {
     std::error_code fault;
     const auto own = std::filesystem::read_symlink("/proc/self/exe", fault).parent_path();
     for (const char* const place : {kChildName, HX_CAPTURE_CHILD_FROM_BINDIR}) {
-        const std::string candidate = (own / place).lexically_normal().string();
+        std::string candidate = (own / place).lexically_normal().string();
         if (!fault && access(candidate.c_str(), X_OK) == 0) return candidate;
     }
     throw CaptureError(std::string(kChildName) + " is neither in " + own.string() + " nor at " +

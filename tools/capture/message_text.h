@@ -2,10 +2,14 @@
 // The child's standard error, cut into lines of UTF-8.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
 namespace hx {
+
+/// As a whole or not at all. `from` and `to` are names that iconv knows.
+std::optional<std::string> convertText(std::string_view bytes, const char* from, const char* to);
 
 bool isUtf8(std::string_view bytes);
 

@@ -133,6 +133,7 @@ void addNode(Survey& survey, const std::string& node, const json& told) {
 Survey surveyNodes(const std::vector<std::string>& nodes, std::chrono::milliseconds timeout,
                    const Interrupt& interrupt) {
     std::vector<Question> questions;
+    questions.reserve(nodes.size());
     for (const std::string& node : nodes) {
         questions.push_back([node] { return describeNode(node).dump(); });
     }

@@ -210,6 +210,9 @@ int Capture::explainEnd(const hx::CaptureEvent& event) {
 
 void Capture::finish(int code) {
     progress_.clear();
+    // Before what still lies in the ring is looked through for messages: frames that nobody wanted
+    // any more are no loss.
+    const std::uint64_t lost = session_.statistics().lost;
     // A camera that delivers nothing keeps the library's close waiting.
     session_.stop(milliseconds(code == exitTimeout ? 100 : 1000));
     if (options_.verbose || (code != exitOk && code != exitInterrupted)) showMessages();
@@ -220,7 +223,7 @@ void Capture::finish(int code) {
         summary +=
             fmt::format(", first {}, last {}", shown(tally_.firstTime), shown(tally_.lastTime));
     }
-    tell(fmt::format("{}, {} lost", summary, session_.statistics().lost));
+    tell(fmt::format("{}, {} lost", summary, lost));
 }
 
 // What was not shown while it came.

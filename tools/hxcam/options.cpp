@@ -160,7 +160,7 @@ CLI::App* addInfo(CLI::App& app, InfoOptions& options) {
     command->footer(
         "\nA file may hold several containers, as capture -o - writes them. Exit code 1 when one "
         "is\n"
-        "damaged, with what is wrong in it.");
+        "damaged, with what is wrong in it and at which byte.");
     command->add_option("files", options.files, "Container files; - for standard input")
         ->required()
         ->type_name("FILE");

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "terminal.h"
 
-#include <iconv.h>
 #include <langinfo.h>
 
 #include <cerrno>
@@ -20,18 +19,7 @@ std::string encoding = "UTF-8";
 // UTF-8 to the terminal's encoding, whatever of it that encoding has.
 std::string encode(const std::string& utf8) {
     if (encoding == "UTF-8") return utf8;
-    const iconv_t converter = iconv_open((encoding + "//TRANSLIT").c_str(), "UTF-8");
-    if (converter == reinterpret_cast<iconv_t>(-1)) return utf8;
-    std::string input = utf8;
-    std::string out(4 * utf8.size() + 16, '\0');
-    char* in = input.data();
-    char* next = out.data();
-    std::size_t inLeft = input.size();
-    std::size_t outLeft = out.size();
-    const bool whole = iconv(converter, &in, &inLeft, &next, &outLeft) != std::size_t(-1);
-    iconv_close(converter);
-    out.resize(out.size() - outLeft);
-    return whole ? out : utf8;
+    return hx::convertText(utf8, "UTF-8", (encoding + "//TRANSLIT").c_str()).value_or(utf8);
 }
 
 }  // namespace

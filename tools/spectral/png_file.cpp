@@ -67,7 +67,7 @@ std::size_t bytesPerPixel(PngKind kind) {
 
 bool encode(Encoder& encoder, PictureSize size, PngKind kind, const PngRow& fill,
             std::span<unsigned char> row) {
-    png_structp const png = encoder.png;
+    png_structp png = encoder.png;
     if (setjmp(png_jmpbuf(png)) != 0) return false;
     png_set_write_fn(png, &encoder, onBytes, onFlush);
     png_set_compression_level(png, kCompression);
@@ -86,7 +86,7 @@ bool encode(Encoder& encoder, PictureSize size, PngKind kind, const PngRow& fill
 }
 
 bool readHeader(Decoder& decoder) {
-    png_structp const png = decoder.png;
+    png_structp png = decoder.png;
     if (setjmp(png_jmpbuf(png)) != 0) return false;
     png_set_read_fn(png, &decoder, onWanted);
     png_read_info(png, decoder.info);
