@@ -169,7 +169,7 @@ OutputPlace::OutputPlace(std::string path, bool isFolder, bool force)
 }
 
 std::string OutputPlace::pathFor(const SourceFrame& frame, const std::string& suffix) {
-    const std::string path = isFolder_ ? (fs::path(path_) / (frame.stem + suffix)).string() : path_;
+    std::string path = isFolder_ ? (fs::path(path_) / (frame.stem + suffix)).string() : path_;
     if (!given_.insert(path).second) {
         throw CommandError(exitFailed,
                            fmt::format("{}: {} was already made from another file of that name",

@@ -17,7 +17,7 @@ Provenance provenanceOf(const SourceFrame& frame) {
 
 std::string linesOf(const Provenance& provenance) {
     std::string lines;
-    for (const auto& [key, value] : provenance) lines += key + " = " + value + '\n';
+    for (const auto& [key, value] : provenance) lines += fmt::format("{} = {}\n", key, value);
     return lines;
 }
 

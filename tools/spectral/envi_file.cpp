@@ -68,7 +68,8 @@ std::string enviHeader(const Cube& cube, const EnviDescription& description) {
                             bands.units);
     }
     if (!bands.widths.empty()) text += fmt::format("fwhm = {}\n", list(bands.widths));
-    for (const auto& [key, value] : description.fields) text += key + " = " + value + '\n';
+    for (const auto& [key, value] : description.fields)
+        text += fmt::format("{} = {}\n", key, value);
     return text;
 }
 

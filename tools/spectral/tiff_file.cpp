@@ -20,7 +20,8 @@ namespace {
 constexpr std::uint32_t kTagNoData = 42113;
 constexpr std::size_t kStripBytes = std::size_t{256} << 10;
 
-int onFault(TIFF*, void* fault, const char*, const char* format, va_list arguments) {
+[[gnu::format(printf, 4, 0)]] int onFault(TIFF*, void* fault, const char*, const char* format,
+                                          va_list arguments) {
     std::array<char, 256> text{};
     std::vsnprintf(text.data(), text.size(), format, arguments);
     *static_cast<std::string*>(fault) = text.data();
