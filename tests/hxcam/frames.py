@@ -91,3 +91,20 @@ def read_png(path):
     summed = np.cumsum(pixels, axis=1, dtype=np.uint8)
     pixels = np.where((rows[:, 0] == 1)[:, None, None], summed, pixels)
     return pixels[..., 0].astype(np.uint16) << 8 | pixels[..., 1]
+
+
+def pack(samples, identification, exposure):
+    """A container of a frame, as docs/container-format.md describes it."""
+    rows, cols = samples.shape
+    entries = [(1, 1, "<H", 1), (2, 2, "<I", samples.size), (3, 2, "<I", 8), (4, 2, "<I", cols),
+               (5, 2, "<I", rows), (6, 0, "<B", 10), (8, 4, None, identification.encode() + b"\0"),
+               (10, 2, "<I", exposure)]
+    data = samples.astype("<u2").tobytes()
+    payloads, records = b"", b""
+    for tag, kind, layout, value in entries:
+        payload = struct.pack(layout, value) if layout else value
+        records += struct.pack("<HHII", tag, kind, len(payload) // ELEMENT_SIZES[kind],
+                               8 + len(data) + len(payloads))
+        payloads += payload
+    header = struct.pack("<2sHI", b"LL", 0x4858, 8 + len(data) + len(payloads))
+    return header + data + payloads + struct.pack("<H", len(entries)) + records

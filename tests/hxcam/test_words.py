@@ -10,11 +10,11 @@ from conftest import HXCAM, run_command
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 COMPLETION = ROOT / "tools/hxcam/completions/hxcam"
-COMMANDS = ("list", "get", "set", "capture", "info")
+COMMANDS = ("list", "get", "set", "capture", "info", "convert", "cube")
 
 
 def options_in(text):
-    return set(re.findall(r"--[a-z]+", text))
+    return set(re.findall(r"--[a-z]+(?:-[a-z]+)*", text))
 
 
 def completed(*words):
@@ -38,6 +38,7 @@ def test_options_are_the_same_everywhere(command):
     (("",), {*COMMANDS, "--help", "--version"}), (("set", ""), {"exposure", "lamp", "--help"}),
     (("set", "lamp", "o"), {"on", "off"}), (("get", "l"), {"lamp"}),
     (("capture", "--timeout", "5"), {"500ms", "5s"}), (("capture", "-n", ""), set()),
+    (("cube", "--interleave", "b"), {"bsq", "bil", "bip"}), (("convert", "--format", "t"), {"tiff"}),
 ])
 def test_completion(words, answer):
     assert set(completed(*words)) == answer

@@ -18,8 +18,10 @@ ALLOWED = {
     "src/api": ["api/", "camera/camera_base.h", "codec/"],
     "simulator": ["simulator/"],
     "tools/capture": ["capture/", "api/hx_camera.h"],
+    "tools/spectral": ["spectral/", "imgproc/imgproc.h"],
     # The identification text is taken apart in one place for library and tool.
-    "tools/hxcam": ["hxcam/", "capture/", "codec/hx_container.h", "camera/identification.h"],
+    "tools/hxcam": ["hxcam/", "capture/", "spectral/", "codec/hx_container.h",
+                    "camera/identification.h"],
 }
 # Besides the uvc class itself nothing in camera/ may know the device layer.
 V4L2_USERS = {"src/camera/camera_uvc_linux.h", "src/camera/camera_uvc_linux.cpp"}

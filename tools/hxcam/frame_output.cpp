@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "frame_output.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <poll.h>
 #include <sys/stat.h>
@@ -11,7 +10,6 @@
 #include <cerrno>
 #include <charconv>
 #include <climits>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -19,8 +17,8 @@
 #include <system_error>
 #include <vector>
 
-#include "capture/unique_fd.h"
 #include "exit_code.h"
+#include "pending_file.h"
 #include "png_image.h"
 
 namespace hxcam {
@@ -35,62 +33,6 @@ constexpr std::string_view kPngSuffix = ".png";
 [[noreturn]] void fail(const std::string& what, int number) {
     throw CommandError(exitFailed, fmt::format("{}: {}", what, std::strerror(number)));
 }
-
-[[noreturn]] void failExisting(const std::string& path) {
-    throw CommandError(exitFailed, path + " exists; --force overwrites");
-}
-
-/// A file that has its name only once it is whole.
-class PendingFile {
-  public:
-    PendingFile(std::string path, std::span<const std::byte> bytes)
-        : path_(std::move(path)), temporary_(fmt::format("{}.part-{}", path_, getpid())) {
-        fd_.reset(open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
-        if (!fd_) fail("cannot create " + temporary_, errno);
-        try {
-            write(bytes);
-        } catch (const CommandError&) {
-            unlink(temporary_.c_str());
-            throw;
-        }
-    }
-    PendingFile(const PendingFile&) = delete;
-    PendingFile& operator=(const PendingFile&) = delete;
-    ~PendingFile() {
-        if (!temporary_.empty()) unlink(temporary_.c_str());
-    }
-
-    void finish(bool overwrite) {
-        if (rename(overwrite ? 0 : RENAME_NOREPLACE) != 0) {
-            if (errno == EEXIST) failExisting(path_);
-            // A file system that cannot refuse to replace: looked for just before, then.
-            if (errno != EINVAL || overwrite) fail("cannot name " + path_, errno);
-            if (access(path_.c_str(), F_OK) == 0) failExisting(path_);
-            if (rename(0) != 0) fail("cannot name " + path_, errno);
-        }
-        temporary_.clear();
-    }
-
-  private:
-    int rename(unsigned int flags) const {
-        return renameat2(AT_FDCWD, temporary_.c_str(), AT_FDCWD, path_.c_str(), flags);
-    }
-
-    void write(std::span<const std::byte> bytes) {
-        while (!bytes.empty()) {
-            const ssize_t size = ::write(fd_.get(), bytes.data(), bytes.size());
-            if (size < 0 && errno == EINTR) continue;
-            if (size < 0) fail("cannot write " + path_, errno);
-            bytes = bytes.subspan(static_cast<std::size_t>(size));
-        }
-        // Some file systems tell of a full disk only here.
-        if (close(fd_.take()) != 0) fail("cannot write " + path_, errno);
-    }
-
-    std::string path_;
-    std::string temporary_;
-    hx::UniqueFd fd_;
-};
 
 class FolderOutput : public FrameOutput {
   public:
@@ -107,11 +49,15 @@ class FolderOutput : public FrameOutput {
     void store(std::uint64_t index, const hx::ContainerView& frame,
                std::span<const std::byte> container) override {
         const std::string stem = fmt::format("{}/{}{:06}", folder(), kPrefix, index);
-        PendingFile file(stem + std::string(kContainerSuffix), container);
+        PendingFile file(stem + std::string(kContainerSuffix));
+        file.write(container);
         if (!options_.png) return file.finish(options_.force);
 
-        encodePng(frame, options_.stretch, png_);
-        PendingFile picture(stem + std::string(kPngSuffix), std::as_bytes(std::span(png_)));
+        encodePng(frame, options_.stretch ? PngScale::stretch16 : PngScale::plain16, png_);
+        PendingFile picture(stem + std::string(kPngSuffix));
+        picture.write(std::as_bytes(std::span(png_)));
+        file.close();
+        picture.close();
         file.finish(options_.force);
         picture.finish(options_.force);
     }
@@ -123,7 +69,7 @@ class FolderOutput : public FrameOutput {
         std::error_code fault;
         for (const auto& entry : fs::directory_iterator(folder(), fault)) {
             if (wouldBeOverwritten(entry.path().filename().string())) {
-                failExisting(entry.path().string());
+                hxcam::refuseExisting(entry.path().string());
             }
         }
         if (fault) fail(folder(), fault.value());

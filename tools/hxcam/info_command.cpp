@@ -1,54 +1,23 @@
 // SPDX-License-Identifier: MIT
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
 #include <nlohmann/json.hpp>
-#include <stdexcept>
 #include <vector>
 
 #include "capture/message_text.h"
-#include "capture/unique_fd.h"
 #include "codec/hx_container.h"
 #include "commands.h"
 #include "exit_code.h"
 #include "terminal.h"
+#include "whole_file.h"
 
 namespace hxcam {
 namespace {
 
 using nlohmann::json;
 
-constexpr std::size_t kLongestFile = std::size_t{1} << 30;
 constexpr std::size_t kShownElements = 16;
 constexpr std::size_t kListedElements = 4096;  // in JSON, where each takes many bytes
-
-class ReadFailed : public std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-
-std::vector<std::byte> readFile(const std::string& path) {
-    const bool isInput = path == "-";
-    const hx::UniqueFd file(isInput ? -1 : open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    const int fd = isInput ? STDIN_FILENO : file.get();
-    if (fd < 0) throw ReadFailed(std::strerror(errno));
-
-    std::vector<std::byte> bytes;
-    std::size_t used = 0;
-    for (;;) {
-        if (used > kLongestFile) throw ReadFailed("longer than 1 GiB");
-        bytes.resize(used + (std::size_t{1} << 20));
-        const ssize_t size = read(fd, bytes.data() + used, bytes.size() - used);
-        if (size < 0 && errno == EINTR) continue;
-        if (size < 0) throw ReadFailed(std::strerror(errno));
-        used += static_cast<std::size_t>(size);
-        if (size == 0) break;
-    }
-    bytes.resize(used);
-    return bytes;
-}
 
 std::string typeText(FileDataType type) {
     if (type == Data8_4) return "text";
@@ -150,7 +119,7 @@ bool showFile(const std::string& path, bool asJson) {
     json error;
     std::size_t offset = 0;
     try {
-        const std::vector<std::byte> bytes = readFile(path);
+        const std::vector<std::byte> bytes = readWholeFile(path);
         do {
             const hx::ContainerView frame{std::span(bytes).subspan(offset)};
             const json disorder = disorderOf(frame, offset);

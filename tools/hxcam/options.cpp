@@ -29,6 +29,8 @@ constexpr char kExamples[] =
     "  hxcam capture -n 10 -o run1 --png     ten frames, each with a picture\n"
     "  hxcam capture -n 0 -o - | receiver    every frame, until Ctrl-C\n"
     "  hxcam info run1/*.hxc                 what the files say\n"
+    "  hxcam convert run1 -o tiff --format tiff\n"
+    "  hxcam cube --dark dark --white white run1 -o cubes\n"
     "\n";
 
 constexpr char kCaptureNotes[] =
@@ -215,11 +217,15 @@ int runCommandLine(int argc, char** argv) {
     ControlOptions setOptions;
     CaptureCommandOptions captureOptions;
     InfoOptions infoOptions;
+    ConvertOptions convertOptions;
+    CubeOptions cubeOptions;
     const CLI::App* const list = addList(app, listOptions);
     const CLI::App* const get = addGet(app, getOptions);
     const CLI::App* const set = addSet(app, setOptions);
     const CLI::App* const capture = addCapture(app, captureOptions);
     addInfo(app, infoOptions);
+    const CLI::App* const convert = addConvert(app, convertOptions);
+    const CLI::App* const cube = addCube(app, cubeOptions);
 
     try {
         app.parse(argc, argv);
@@ -234,11 +240,15 @@ int runCommandLine(int argc, char** argv) {
     }
     if (*set) readValue(setOptions);
     if (*capture) checkCapture(captureOptions);
+    if (*convert) checkConvert(convertOptions);
+    if (*cube) checkCube(cubeOptions);
     // Signals are taken only where something waits for them.
     if (*list) return runList(listOptions, Interrupt());
     if (*get) return runGet(getOptions, Interrupt());
     if (*set) return runSet(setOptions, Interrupt());
     if (*capture) return runCapture(captureOptions, Interrupt());
+    if (*convert) return runConvert(convertOptions, Interrupt());
+    if (*cube) return runCube(cubeOptions, Interrupt());
     return runInfo(infoOptions);
 }
 
