@@ -114,7 +114,7 @@ def test_patches_of_the_target_come_back(hxcam, folder, tmp_path, write):
         write(f"darks/{i}.hxc", dark + offset)
         write(f"darks/half{i}.hxc", dark + offset, exposure=78)
     white = write("white.hxc", np.round(WHITE_COUNTS / 2 * gain) + dark, exposure=78)
-    for name, found in spectra(frame, "--dark", references, "--white", white).items():
+    for name, found in spectra("--dark", references, "--white", white, frame).items():
         spectrum = surfaces[name][0]
         of_frame = 1 / (0.6 * WHITE_COUNTS)
         of_white = 0.5 / (0.6 * WHITE_COUNTS / 2) * spectrum

@@ -89,7 +89,10 @@ class Conversion {
 int runConvert(const ConvertOptions& options, const Interrupt& interrupt) {
     Conversion conversion(options);
     return forEachFrame({options.files, options.intoFolder, options.quiet}, interrupt,
-                        [&](const SourceFrame& frame) { conversion.store(frame); });
+                        [&](const SourceFrame& frame) {
+                            conversion.store(frame);
+                            return FrameReport();
+                        });
 }
 
 }  // namespace hxcam

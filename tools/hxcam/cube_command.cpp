@@ -89,7 +89,7 @@ class CubeMaker {
         calibration_.leastWhite = options.whiteMin.value_or(calibration_.leastWhite);
     }
 
-    void make(const SourceFrame& frame) {
+    FrameReport make(const SourceFrame& frame) {
         requireModel(frame);
         const hx::FrameKey key = keyOf(frame.view);
         samples_.resize(frame.view.sampleCount());
@@ -97,13 +97,12 @@ class CubeMaker {
         mosaic_.resize(samples_.size());
         hx::PixelMask ignore = maskFor(key.size);
         const hx::CalibrationUse use = calibration_.apply(key, samples_, mosaic_, ignore);
-        warn(key, use);
         cube_.reconstruct(key.size, mosaic_, ignore);
 
         // Before anything is stored, as a region may not fit.
         const std::string table = regions_.empty() ? "" : tableOf(frame, use);
         output_.store({frame, cube_, use});
-        if (!table.empty()) print(table);
+        return {warningOf(key, use), table};
     }
 
   private:
@@ -128,18 +127,23 @@ class CubeMaker {
         return ignore;
     }
 
-    void warn(const hx::FrameKey& key, const hx::CalibrationUse& use) {
-        if (use.level == hx::Level::raw) return;
-        warnOfDark(key.exposure, use.darkExposure);
-        if (use.level == hx::Level::reflectance) {
-            warnOfDark(use.whiteExposure, use.whiteDarkExposure);
+    /// Once for each exposure that has no dark frames of its own.
+    std::string warningOf(const hx::FrameKey& key, const hx::CalibrationUse& use) {
+        const bool hasWhite = use.level == hx::Level::reflectance;
+        if (use.level != hx::Level::raw && key.exposure != use.darkExposure &&
+            warned_.insert(key.exposure).second) {
+            return wrongDark(key.exposure, use.darkExposure);
         }
+        if (hasWhite && use.whiteExposure != use.whiteDarkExposure &&
+            warned_.insert(use.whiteExposure).second) {
+            return wrongDark(use.whiteExposure, use.whiteDarkExposure);
+        }
+        return "";
     }
 
-    void warnOfDark(std::uint64_t exposure, std::uint64_t used) {
-        if (exposure == used || options_.quiet || !warned_.insert(exposure).second) return;
-        complain(fmt::format("warning: no dark frame of exposure {}; those of exposure {} are used",
-                             exposure, used));
+    static std::string wrongDark(std::uint64_t exposure, std::uint64_t used) {
+        return fmt::format("no dark frame of exposure {}; those of exposure {} are used", exposure,
+                           used);
     }
 
     std::string tableOf(const SourceFrame& frame, const hx::CalibrationUse& use) const {
@@ -177,7 +181,7 @@ class CubeMaker {
 int runCube(const CubeOptions& options, const Interrupt& interrupt) {
     CubeMaker maker(options, interrupt);
     return forEachFrame({options.files, options.intoFolders(), options.quiet}, interrupt,
-                        [&](const SourceFrame& frame) { maker.make(frame); });
+                        [&](const SourceFrame& frame) { return maker.make(frame); });
 }
 
 }  // namespace hxcam

@@ -81,16 +81,14 @@ void addPreview(CLI::App& command, CubeOptions& options) {
 }
 
 void addCalibration(CLI::App& command, CubeOptions& options) {
-    // One each time, as FILE takes all that follows.
+    // One each time: what follows may be the frames.
     command.add_option("--dark", options.dark, "Containers or folders of dark frames, averaged")
-        ->expected(1)
-        ->take_all()
+        ->allow_extra_args(false)
         ->type_name("FILE");
     command
         .add_option("--white", options.white,
                     "The same of a white reference: gives reflectance; needs --dark")
-        ->expected(1)
-        ->take_all()
+        ->allow_extra_args(false)
         ->type_name("FILE");
     command
         .add_option("--white-min", options.whiteMin,

@@ -54,7 +54,7 @@ class Progress {
 class Batch {
   public:
     Batch(const BatchOptions& options, const Interrupt& interrupt,
-          const std::function<void(const SourceFrame&)>& work)
+          const std::function<FrameReport(const SourceFrame&)>& work)
         : options_(options), interrupt_(interrupt), work_(work), progress_(options.quiet) {}
 
     int run() {
@@ -107,16 +107,25 @@ class Batch {
                                                    ": it holds several containers; for all of "
                                                    "them give a folder");
             }
-            attempt(path, [&] { work_({view, path, stemOf(path, index, isOneOfMany)}); });
+            attempt(path, [&] {
+                tellReport(work_({view, path, stemOf(path, index, isOneOfMany)}));
+            });
             if (interrupt_.pending()) throw CommandError(exitInterrupted, "interrupted");
             offset_ += view.size();
             ++index;
         } while (!input.atEnd());
     }
 
+    void tellReport(const FrameReport& report) {
+        if (report.warning.empty() && report.text.empty()) return;
+        progress_.clear();
+        if (!report.warning.empty() && !options_.quiet) complain("warning: " + report.warning);
+        print(report.text);
+    }
+
     const BatchOptions& options_;
     const Interrupt& interrupt_;
-    const std::function<void(const SourceFrame&)>& work_;
+    const std::function<FrameReport(const SourceFrame&)>& work_;
     Progress progress_;
     std::string place_;
     std::size_t offset_ = 0;
@@ -127,7 +136,7 @@ class Batch {
 }  // namespace
 
 int forEachFrame(const BatchOptions& options, const Interrupt& interrupt,
-                 const std::function<void(const SourceFrame&)>& work) {
+                 const std::function<FrameReport(const SourceFrame&)>& work) {
     return Batch(options, interrupt, work).run();
 }
 

@@ -18,6 +18,12 @@ struct SourceFrame {
     std::string stem;  ///< for the names of results; tells several containers of a file apart
 };
 
+/// What a frame's work has to say; told when no progress line is in the way.
+struct FrameReport {
+    std::string warning;  ///< empty: none
+    std::string text;     ///< for standard output
+};
+
 struct BatchOptions {
     std::vector<std::string> files;  ///< files, folders, -
     bool intoFolder = false;         ///< false: there is one result, so there must be one container
@@ -28,7 +34,7 @@ struct BatchOptions {
 /// exception of `work`, is told on standard error and the rest still done; an interrupt ends it.
 /// Returns the exit code.
 int forEachFrame(const BatchOptions& options, const Interrupt& interrupt,
-                 const std::function<void(const SourceFrame&)>& work);
+                 const std::function<FrameReport(const SourceFrame&)>& work);
 
 /// The same where all is needed: throws CommandError at the first fault.
 void forEveryFrame(const std::vector<std::string>& files, const Interrupt& interrupt,
