@@ -57,7 +57,7 @@ std::string decodeMessage(std::string_view bytes) {
 bool LineBuffer::next(std::string& line, bool atEnd) {
     std::size_t end = bytes_.find('\n');
     std::size_t used = end + 1;
-    if (end == std::string::npos || end > kLongestLine) {
+    if (end > kLongestLine) {  // npos too
         const bool mayGrow = !atEnd || bytes_.empty();
         if (bytes_.size() <= kLongestLine && mayGrow) return false;
         end = used = std::min(bytes_.size(), kLongestLine);
