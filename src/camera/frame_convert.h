@@ -15,7 +15,15 @@ void convertHx01(const unsigned char* raw, unsigned short* out, std::size_t pixe
 
 /// HX02: out = raw / 64 / response of the filter at this place of the 3 x 3 mosaic, rounded to the
 /// nearest, halves away from zero.
-void convertHx02(const unsigned char* raw, unsigned short* out, unsigned int width,
-                 unsigned int height);
+void convertHx02(const unsigned char* raw, unsigned short* out, std::size_t width,
+                 std::size_t height);
 
+/// The rules as one reads them, and what the two above must equal for every input.
+namespace plain {
+
+void convertHx01(const unsigned char* raw, unsigned short* out, std::size_t pixels);
+void convertHx02(const unsigned char* raw, unsigned short* out, std::size_t width,
+                 std::size_t height);
+
+}  // namespace plain
 }  // namespace hx

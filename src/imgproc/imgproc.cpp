@@ -1,180 +1,222 @@
 // SPDX-License-Identifier: MIT
+// The nine-channel rules at the speed of memory. imgproc_plain.cpp has them as one reads them.
+//
+// The work is cut into triples, three neighbouring pixels of a row, counted from behind the left
+// border: all triples of a row have the same channel in the same direction, so the lanes of a
+// vector are triples, not pixels. kBlock triples are a block (mosaic_kernel.h), and the columns of
+// kStripe triples are walked from top to bottom with a window on seven rows (mosaic_window.h).
+//
+// The last triple may reach two pixels into the right border; the border is filled afterwards.
 #include "imgproc/imgproc.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <memory>
+
+#include "imgproc/mosaic_frame.h"
+#include "imgproc/mosaic_kernel.h"
+#include "imgproc/mosaic_window.h"
 
 namespace {
 
-constexpr int kBorder = 3;
-constexpr int kSmallestInterior = 2 * kBorder + 1;
-constexpr int kChannels = 9;
+using namespace hx::imgproc;
 
-constexpr double kSimilar = 0.2;
-constexpr double kAvoidZero = 0.0001;
-constexpr double kThird = 0.3333333333333333;
-constexpr double kTwoThirds = 0.6666666666666666;
+// In a window there are a triple on either side, and up to seven on the way to a cache line.
+constexpr int kStripe = 544;
+static_assert(kStripe % kBlock == 0 && kStripe + kBlock + 2 <= kPlane);
 
-struct Frame {
-    const double* values;
-    int rows;
-    int cols;
-
-    std::size_t index(int row, int col) const {
-        return static_cast<std::size_t>(row) * static_cast<std::size_t>(cols) +
-               static_cast<std::size_t>(col);
+bool anySet(const bool* marks, int count) {
+    std::uint64_t all = 0;
+    int i = 0;
+    for (; i + 8 <= count; i += 8) {
+        std::uint64_t eight;
+        std::memcpy(&eight, marks + i, sizeof eight);
+        all |= eight;
     }
-    std::size_t pixels() const { return index(rows, 0); }
-    bool hasInterior() const { return rows >= kSmallestInterior && cols >= kSmallestInterior; }
+    for (; i < count; ++i) all |= marks[i] ? 1 : 0;
+    return all != 0;
+}
+
+struct Windows {
+    MosaicWindow<double> values;
+    MosaicWindow<std::int8_t> masks;
 };
 
-// An estimate, and the two pixels that it was made from.
-struct Estimate {
-    double value;
-    std::size_t first;
-    std::size_t second;
-};
-
-// The channel of the neighbour in one direction, at one pixel:
-//
-//     opposite far   opposite near   .   pixel   near   .   far
-//         -3              -2                0      +1       +3
-//
-// Both far pixels have the pixel's own channel, both near ones the wanted one. A small difference
-// along the direction is a slope, and the wanted channel is taken to follow it.
-class Pixel {
+class Reconstruction {
   public:
-    Pixel(const Frame& frame, int row, int col)
-        : frame_(frame),
-          row_(row),
-          col_(col),
-          value_(frame.values[frame.index(row, col)]),
-          inverse_(1.0 / (value_ + kAvoidZero)) {}
+    Reconstruction(const Kernel& kernel, const Frame& frame, double* output, const bool* mask,
+                   bool* work)
+        : kernel_(kernel),
+          frame_(frame),
+          output_(output),
+          mask_(mask),
+          work_(work),
+          triples_((frame.cols - 2 * kBorder + 2) / 3) {}
 
-    Estimate estimate(int dr, int dc) const {
-        const std::size_t near = at(dr, dc);
-        const std::size_t far = at(3 * dr, 3 * dc);
-        const std::size_t oppositeNear = at(-2 * dr, -2 * dc);
-        const std::size_t oppositeFar = at(-3 * dr, -3 * dc);
-        const double* const v = frame_.values;
-
-        const double slope = value_ - v[far];
-        if (isSimilar(slope)) return {std::fma(slope, kThird, v[near]), near, far};
-        const double oppositeSlope = value_ - v[oppositeFar];
-        if (isSimilar(oppositeSlope)) {
-            return {std::fma(oppositeSlope, kTwoThirds, v[oppositeNear]), oppositeNear,
-                    oppositeFar};
+    void run() {
+        for (int first = 0; first == 0 || first + kBlock <= triples_; first += kStripe) {
+            workStripe(first);
         }
-        return {std::fma(v[near], 2.0, v[oppositeNear]) * kThird, near, oppositeNear};
+        kernel_.finish();
     }
 
   private:
-    std::size_t at(int dr, int dc) const { return frame_.index(row_ + dr, col_ + dc); }
-    // By the reciprocal, as a product: a division would round differently.
-    bool isSimilar(double difference) const { return std::fabs(difference) * inverse_ <= kSimilar; }
+    void workStripe(int first);
+    void loadRow(int row);
+    void loadMaskRow(int row);
+    void workBlocks(int row, int first, int last);
+    void workOnce(int row, int triple, int count);
+    void workBesideMask(int row, int triple, double* output);
+    void gatherMasks(int row);
+    bool isBesideMask(int triple) const;
+    double* outputAt(int row, int triple) const {
+        return output_ + frame_.index(row, kBorder + 3 * triple) * kChannels;
+    }
+    int triplesToCacheLine(int row) const;
 
+    const Kernel& kernel_;
     const Frame& frame_;
-    int row_;
-    int col_;
-    double value_;
-    double inverse_;
+    double* output_;
+    const bool* mask_;  // null without mask, and then `work_` too
+    bool* work_;
+    int triples_;
+    int first_ = 0;  // of the stripe
+    std::size_t maskRows_ = 0;
+    bool rowIsSet_[kWindowRows] = {};  // in the window of masks
+    bool hasMasks_ = false;            // around the row at work
+    bool columnIsSet_[kWindowRow] = {};
+    std::unique_ptr<Windows> windows_ = std::make_unique<Windows>();
 };
 
-std::size_t channelOf(int row, int col) {
-    return static_cast<std::size_t>(row % 3 * 3 + col % 3);
+int Reconstruction::triplesToCacheLine(int row) const {
+    constexpr std::uintptr_t cacheLine = 64;
+    int triple = 0;
+    while (reinterpret_cast<std::uintptr_t>(outputAt(row, triple)) % cacheLine != 0) ++triple;
+    return triple;
 }
 
-// Keeps -0.0 and NaN, as they are not below zero.
-double notNegative(double value) {
-    return value < 0.0 ? 0.0 : value;
+void Reconstruction::loadRow(int row) {
+    double* const planes = windows_->values.next();
+    const int column = 3 * first_;
+    const int there = std::min(frame_.cols - column, kWindowRow);
+    const double* const in = frame_.values + frame_.index(row, column);
+    kernel_.splitColumns(in, there / 3, planes);
+    for (int i = there / 3 * 3; i < there; ++i) planes[i % 3 * kPlane + i / 3] = in[i];
+    windows_->values.filled();
+    if (mask_ != nullptr) loadMaskRow(row);
 }
 
-void reconstructPixel(const Frame& frame, int row, int col, double* output) {
-    const Pixel pixel(frame, row, col);
-    double* const channels = output + frame.index(row, col) * kChannels;
-    for (int dr = -1; dr <= 1; ++dr) {
-        for (int dc = -1; dc <= 1; ++dc) {
-            channels[channelOf(row + dr, col + dc)] = notNegative(pixel.estimate(dr, dc).value);
-        }
+void Reconstruction::loadMaskRow(int row) {
+    std::int8_t* const planes = windows_->masks.next();
+    const int column = 3 * first_;
+    const int there = std::min(frame_.cols - column, kWindowRow);
+    const bool* const in = mask_ + frame_.index(row, column);
+    bool& isSet = rowIsSet_[maskRows_++ % kWindowRows];
+    const bool wasSet = isSet;
+    isSet = anySet(in, there);
+    if (!wasSet && !isSet) return;
+    std::fill_n(planes, kWindowRow, 0);
+    for (int i = 0; i < there; ++i) {
+        planes[i % 3 * kPlane + i / 3] = static_cast<std::int8_t>(in[i] ? -1 : 0);
+    }
+    windows_->masks.filled();
+}
+
+void Reconstruction::workStripe(int first) {
+    first_ = first;
+    const bool isLast = first + kStripe + kBlock > triples_;
+    for (int row = 0; row < 2 * kBorder; ++row) loadRow(row);
+    for (int row = kBorder; row < frame_.rows - kBorder; ++row) {
+        loadRow(row + kBorder);
+        gatherMasks(row);
+        if (first == 0) workOnce(row, 0, std::min(triples_, kBlock));
+        const int begin = first + triplesToCacheLine(row);
+        workBlocks(row, begin, std::min(begin + kStripe, triples_));
+        // Overlaps the block before it: the same values come out again.
+        if (isLast && triples_ > kBlock) workOnce(row, triples_ - kBlock, kBlock);
     }
 }
 
-// False when an estimate would need a masked pixel; what was written before it stays.
-bool reconstructPixelBesideMask(const Frame& frame, int row, int col, const bool* mask,
-                                double* output) {
-    const Pixel pixel(frame, row, col);
-    double* const channels = output + frame.index(row, col) * kChannels;
-    for (int dr = -1; dr <= 1; ++dr) {
-        for (int dc = -1; dc <= 1; ++dc) {
-            double& channel = channels[channelOf(row + dr, col + dc)];
-            const Estimate estimate = pixel.estimate(dr, dc);
-            if (mask[estimate.first] || mask[estimate.second]) {
-                channel = notNegative(channel);
-                return false;
-            }
-            channel = notNegative(estimate.value);
-        }
-    }
-    return true;
-}
-
-template <class PerPixel>
-void forInterior(const Frame& frame, const PerPixel& work) {
-    if (!frame.hasInterior()) return;
-    for (int row = kBorder; row < frame.rows - kBorder; ++row) {
-        for (int col = kBorder; col < frame.cols - kBorder; ++col) work(row, col);
-    }
-}
-
-// Copies groups of `size` elements outwards: first along the interior rows, then whole rows.
-template <class Element>
-void repeatBorder(const Frame& frame, Element* elements, std::size_t size) {
-    const auto copy = [&](int fromRow, int fromCol, int toRow, int toCol) {
-        std::copy_n(elements + frame.index(fromRow, fromCol) * size, size,
-                    elements + frame.index(toRow, toCol) * size);
+void Reconstruction::workBlocks(int row, int begin, int end) {
+    int clear = begin;  // behind what is done
+    int triple = begin;
+    const auto workClear = [&] {
+        const int blocks = (triple - clear) / kBlock;
+        kernel_.work(windows_->values.centre(clear - first_), row % 3, blocks,
+                     outputAt(row, clear));
     };
-    const int lastRow = frame.rows - kBorder - 1;
-    const int lastCol = frame.cols - kBorder - 1;
-    for (int row = kBorder; row <= lastRow; ++row) {
-        for (int i = 0; i < kBorder; ++i) copy(row, kBorder, row, i);
-        for (int i = 1; i <= kBorder; ++i) copy(row, lastCol, row, lastCol + i);
+    for (; triple + kBlock <= end; triple += kBlock) {
+        if (!isBesideMask(triple)) continue;
+        workClear();
+        workBesideMask(row, triple, outputAt(row, triple));
+        clear = triple + kBlock;
     }
-    for (int col = 0; col < frame.cols; ++col) {
-        for (int i = 0; i < kBorder; ++i) copy(kBorder, col, i, col);
-        for (int i = 1; i <= kBorder; ++i) copy(lastRow, col, lastRow + i, col);
+    workClear();
+}
+
+// Marks the columns with a masked pixel in the window.
+void Reconstruction::gatherMasks(int row) {
+    hasMasks_ = anySet(rowIsSet_, kWindowRows);
+    if (!hasMasks_) return;
+    const int column = 3 * first_;
+    const int there = std::min(frame_.cols - column, kWindowRow);
+    std::fill_n(columnIsSet_, kWindowRow, false);
+    for (int i = -kBorder; i <= kBorder; ++i) {
+        const bool* const marks = mask_ + frame_.index(row + i, column);
+        for (int j = 0; j < there; ++j) columnIsSet_[j] |= marks[j];
     }
 }
 
-void reconstructWithMask(const Frame& frame, double* output, bool* mask) {
-    const auto work = std::make_unique<bool[]>(frame.pixels());
-    forInterior(frame, [&](int row, int col) {
-        const std::size_t index = frame.index(row, col);
-        work[index] = mask[index] || !reconstructPixelBesideMask(frame, row, col, mask, output);
-    });
-    repeatBorder(frame, work.get(), 1);
-    std::copy_n(work.get(), frame.pixels(), mask);
+// Whether a mask is set where the block's pixels or what they are estimated from may be.
+bool Reconstruction::isBesideMask(int triple) const {
+    return hasMasks_ &&
+           anySet(columnIsSet_ + std::ptrdiff_t{3} * (triple - first_), kBlockPixels + 2 * kBorder);
 }
 
-bool isUsable(int rows, int cols) {
-    if (rows <= kBorder || cols < 1) return false;
-    return rows < kSmallestInterior || cols > kBorder;
+void Reconstruction::workOnce(int row, int triple, int count) {
+    double* const output = outputAt(row, triple);
+    const int size = 3 * count * kChannels;
+    alignas(64) double values[kBlockValues] = {};
+    if (isBesideMask(triple)) {
+        std::copy_n(output, size, values);
+        workBesideMask(row, triple, values);
+    } else {
+        kernel_.estimate(windows_->values.centre(triple - first_), row % 3, values);
+    }
+    std::copy_n(values, size, output);
+}
+
+void Reconstruction::workBesideMask(int row, int triple, double* output) {
+    Incomplete incomplete;
+    kernel_.workBesideMask(windows_->values.centre(triple - first_),
+                           windows_->masks.centre(triple - first_), row % 3, output, incomplete);
+    const int column = kBorder + 3 * triple;
+    const int there = std::min(kBlockPixels, frame_.cols - column);
+    bool* const work = work_ + frame_.index(row, column);
+    for (int i = 0; i < there; ++i) work[i] = incomplete[i % 3][i / 3] != 0;
 }
 
 }  // namespace
 
-int reconstructNineChannel(const double* input, int rows, int cols, bool useMask, double* output,
-                           bool* mask) {
-    if (input == nullptr || output == nullptr || (useMask && mask == nullptr)) return 0;
-    if (!isUsable(rows, cols)) return 0;
-
+int hx::imgproc::reconstructWith(const Kernel& kernel, const double* input, int rows, int cols,
+                                 bool useMask, double* output, bool* mask) {
     const Frame frame{input, rows, cols};
-    if (useMask) {
-        reconstructWithMask(frame, output, mask);
-    } else {
-        forInterior(frame, [&](int row, int col) { reconstructPixel(frame, row, col, output); });
+    if (!isUsable(frame, useMask, output, mask)) return 0;
+    const auto work = std::make_unique<bool[]>(useMask ? frame.pixels() : 0);
+    if (frame.hasInterior()) {
+        Reconstruction(kernel, frame, output, useMask ? mask : nullptr, work.get()).run();
     }
     repeatBorder(frame, output, kChannels);
+    if (useMask) {
+        repeatBorder(frame, work.get(), 1);
+        std::copy_n(work.get(), frame.pixels(), mask);
+    }
     return 1;
+}
+
+int reconstructNineChannel(const double* input, int rows, int cols, bool useMask, double* output,
+                           bool* mask) {
+    return reconstructWith(chosenKernel(), input, rows, cols, useMask, output, mask);
 }
