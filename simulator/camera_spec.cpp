@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -134,8 +135,10 @@ void setNode(CameraSpec& spec, std::string_view value) {
 }
 
 void setScene(CameraSpec& spec, std::string_view value) {
-    if (value != "ramp" && value != "target") fail("known scenes are ramp and target");
-    spec.config.scene = value == "ramp" ? Scene::ramp : Scene::target;
+    constexpr std::array<std::string_view, 4> kScenes = {"ramp", "target", "dark", "white"};
+    const auto found = std::find(kScenes.begin(), kScenes.end(), value);
+    if (found == kScenes.end()) fail("known scenes are ramp, target, dark and white");
+    spec.config.scene = static_cast<Scene>(found - kScenes.begin());
 }
 
 void setExposure(CameraSpec& spec, std::string_view value) {
@@ -243,7 +246,7 @@ struct Key {
 constexpr Key kKeys[] = {
     {"rate", setRate, "N", "frames per second; 0: as fast as they are taken (20)"},
     {"exposure", setExposure, "MIN:MAX[:DEFAULT]|none", "range of the control (1:10000:156)"},
-    {"scene", setScene, "ramp|target", "what the camera sees (ramp)"},
+    {"scene", setScene, "ramp|target|dark|white", "what the camera sees (ramp)"},
     {"node", setNode, "N", "number of the capture node (the next free one)"},
     {"card", setCard, "TEXT", "name of the device (Webcam gadget: UVC Camera)"},
     {"serial", setSerial, "TEXT", "serial number of the device (none)"},

@@ -17,7 +17,7 @@ constexpr std::uint32_t kMaxMinor = 255;
 constexpr std::uint32_t kIdentificationBytes = 32;
 constexpr std::int32_t kDefaultExposure = 156;
 
-enum class Scene : std::uint32_t { ramp, target };
+enum class Scene : std::uint32_t { ramp, target, dark, white };
 
 // The moment at which a camera with `unplug=` disappears.
 enum class UnplugMoment : std::uint32_t { blocked, taken, waiting };

@@ -50,7 +50,7 @@ void FrameSource::draw(std::span<std::byte> frame, std::uint32_t sequence, std::
     if (scene_ == Scene::ramp) {
         drawRamp(frame, sequence);
     } else {
-        drawTarget(frame, sequence, exposure);
+        drawPicture(frame, sequence, exposure);
     }
     if (model_.exposureInFrame) {
         const auto word = static_cast<std::uint16_t>(exposure);
@@ -74,17 +74,18 @@ void FrameSource::drawRamp(std::span<std::byte> frame, std::uint32_t sequence) c
     }
 }
 
-void FrameSource::drawTarget(std::span<std::byte> frame, std::uint32_t sequence,
-                             std::int32_t exposure) {
-    if (exposure != preparedExposure_) prepareTarget(exposure);
+void FrameSource::drawPicture(std::span<std::byte> frame, std::uint32_t sequence,
+                              std::int32_t exposure) {
+    if (exposure != preparedExposure_) preparePicture(exposure);
     std::memcpy(frame.data(), words_.data(), frame.size());
+    if (scene_ != Scene::target) return;
     const auto side = height_ / 8;
     const auto left = std::size_t{kMoveStep} * sequence % (width_ - side);
     paint(frame, {static_cast<std::uint32_t>(left), (height_ - side) / 2, side, side},
           kSurfaces.size() - 1);
 }
 
-void FrameSource::prepareTarget(std::int32_t exposure) {
+void FrameSource::preparePicture(std::int32_t exposure) {
     colors_.resize(kSurfaces.size() * kChannels);
     for (std::size_t i = 0; i < colors_.size(); ++i) {
         colors_[i] = sampleOf(i / kChannels, i % kChannels, exposure);
@@ -92,7 +93,8 @@ void FrameSource::prepareTarget(std::int32_t exposure) {
     words_.resize(std::size_t{width_} * height_);
     const auto whole = std::as_writable_bytes(std::span(words_));
     paint(whole, {0, 0, width_, height_}, 0);
-    for (std::uint32_t i = 0; i < kPatchColumns * kPatchRows; ++i) {
+    const auto patches = scene_ == Scene::target ? kPatchColumns * kPatchRows : 0U;
+    for (std::uint32_t i = 0; i < patches; ++i) {
         paint(whole, patchPlace(i), i + 1);
     }
     preparedExposure_ = exposure;
@@ -120,9 +122,20 @@ FrameSource::Rectangle FrameSource::patchPlace(std::uint32_t index) const {
             cellHeight / 2};
 }
 
+const Spectrum& FrameSource::spectrumOf(std::size_t surface) const {
+    switch (scene_) {
+        case Scene::dark:
+            return kDark;
+        case Scene::white:
+            return kWhite;
+        default:
+            return kSurfaces[surface].reflectance;
+    }
+}
+
 std::uint16_t FrameSource::sampleOf(std::size_t surface, std::size_t channel,
                                     std::int32_t exposure) const {
-    const Spectrum& spectrum = kSurfaces[surface].reflectance;
+    const Spectrum& spectrum = spectrumOf(surface);
     double light = spectrum[channel];
     if (model_.sensor == Sensor::plain) {
         light = 0;

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "camera_state.h"
+#include "spectra.h"
 
 namespace hx::sim {
 
@@ -46,11 +47,12 @@ class FrameSource {
     };
 
     void drawRamp(std::span<std::byte> frame, std::uint32_t sequence) const;
-    void drawTarget(std::span<std::byte> frame, std::uint32_t sequence, std::int32_t exposure);
+    void drawPicture(std::span<std::byte> frame, std::uint32_t sequence, std::int32_t exposure);
     void prepareRamp();
-    void prepareTarget(std::int32_t exposure);
+    void preparePicture(std::int32_t exposure);
     void paint(std::span<std::byte> frame, const Rectangle& place, std::size_t surface) const;
     Rectangle patchPlace(std::uint32_t index) const;
+    const Spectrum& spectrumOf(std::size_t surface) const;
     std::uint16_t sampleOf(std::size_t surface, std::size_t channel, std::int32_t exposure) const;
 
     CameraModel model_;
@@ -58,8 +60,8 @@ class FrameSource {
     std::uint32_t width_;
     std::uint32_t height_;
     std::int32_t preparedExposure_ = -1;
-    std::vector<std::uint16_t> words_;  // ramp: two periods; target: the picture without what moves
-    std::vector<std::uint16_t> colors_;  // target: samples of each surface in each channel
+    std::vector<std::uint16_t> words_;   // ramp: two periods; else: the picture without what moves
+    std::vector<std::uint16_t> colors_;  // samples of each surface in each channel
 };
 
 }  // namespace hx::sim

@@ -24,6 +24,10 @@ struct Surface {
     Spectrum reflectance;
 };
 
+// References for a calibration: the lens cap on, and a surface that reflects all light.
+constexpr Spectrum kDark = {};
+constexpr Spectrum kWhite = {1, 1, 1, 1, 1, 1, 1, 1, 1};
+
 // The first covers the whole picture, the last one moves, the others are the patches in reading
 // order.
 constexpr std::array<Surface, 10> kSurfaces = {{
