@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // System calls scripted at link time (-Wl,--wrap): a small world of video nodes that records what
-// is asked of it and fails where a test says so. Calls on anything else pass through.
+// is asked of it and fails where a test says so.
 #pragma once
 
 #include <cstdint>
@@ -28,30 +28,27 @@ struct World {
     std::map<std::string, std::string> identifications;  ///< node -> text; others refuse, ENOTTY
     std::map<std::string, std::string> cards;            ///< node -> card name; others refuse
     std::vector<Failure> failures;
-    unsigned int granted = 20;          ///< buffers
+    unsigned int granted = 3;           ///< buffers
     std::uint32_t bufferLength = 4096;  ///< bytes of each
-    std::int32_t exposureMin = 1, exposureMax = 10000, exposure = 156;
+    v4l2_queryctrl range{};             ///< of the exposure
+    std::int32_t exposure = 156;
     timeval timestamp{};
 
     // What happened. Names are "open", "close", "mmap", "munmap", "opendir", "closedir", "XU" and
     // the V4L2 requests without their prefix.
     std::vector<std::string> trace;
-    std::map<std::string, int> counts;
-    std::set<int> openFds;
+    std::map<int, std::string> openFds;
     std::map<void*, std::size_t> mappings;
     std::vector<void*> bufferMemory;  ///< by buffer index
     std::vector<off_t> mapOffsets;
     std::deque<unsigned int> queued;
-    int foreignRequests = 0;  ///< requests, closes and unmappings of what is not open
-    int openFlags = 0;        ///< of the last open
-    v4l2_format format{};     ///< last S_FMT
+    int openFlags = 0;     ///< of the last open
+    v4l2_format format{};  ///< last S_FMT
     v4l2_requestbuffers request{};
     v4l2_buffer buffer{};  ///< last buffer request, as it came in
-    std::uint32_t planes = 0;
     v4l2_control control{};
 
-    int count(const std::string& call) const;
-    unsigned char* frameMemory(unsigned int index);
+    long count(const std::string& call) const;
 };
 
 World& world();

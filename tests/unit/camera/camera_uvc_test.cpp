@@ -3,7 +3,6 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <cstring>
 #include <memory>
 
 #include <gmock/gmock.h>
@@ -17,16 +16,11 @@ using scripted::world;
 using testing::internal::CaptureStderr;
 using testing::internal::GetCapturedStderr;
 
-constexpr std::uint32_t kFrameBytes = 1600 * 1200 * 2;
 constexpr char kExposureMessage[] =
     "\xCE\xDE\xB7\xA8\xC9\xE8\xD6\xC3\xC6\xD8\xB9\xE2\xCA\xB1\xBC\xE4: Input/output error\n";
 
 class UvcCamera : public testing::Test {
   protected:
-    UvcCamera() {
-        world().granted = 2;
-        world().bufferLength = kFrameBytes;
-    }
     ~UvcCamera() override {
         camera.reset();
         scripted::reset();
@@ -43,19 +37,18 @@ class UvcCamera : public testing::Test {
 };
 
 TEST_F(UvcCamera, IsIdentifiedThenAskedForItsRangeThenBroughtUp) {
-    world().exposureMin = -2;
-    world().exposureMax = 5000;
+    world().granted = 1;
+    world().range.minimum = -2;
+    world().range.maximum = 5000;
     ASSERT_TRUE(start("HX02-V02.1-12345A-L"));
     EXPECT_THAT(world().trace,
                 testing::ElementsAre("open", "XU", "close", "open", "QUERYCTRL", "close", "open",
-                                     "S_FMT", "REQBUFS", "QUERYBUF", "mmap", "QUERYBUF", "mmap",
-                                     "QBUF", "QBUF", "STREAMON"));
+                                     "S_FMT", "REQBUFS", "QUERYBUF", "mmap", "QBUF", "STREAMON"));
     EXPECT_EQ(world().request.count, 20u);
     EXPECT_EQ(world().format.fmt.pix.width, 1600u);
     EXPECT_EQ(world().format.fmt.pix.height, 1200u);
     EXPECT_EQ(world().format.fmt.pix.pixelformat, 0x56595559u);
 
-    EXPECT_EQ(camera->getCameraId(), "HX02-V02.1-12345A-L");
     EXPECT_STREQ(camera->getName(), "12345A-");
     EXPECT_EQ(camera->getWidth(), 1600);
     EXPECT_EQ(camera->getHeight(), 1200);
@@ -77,65 +70,21 @@ TEST_F(UvcCamera, TakesANodeThatCannotBeOpenedForOneOfUnknownModel) {
 
 TEST_F(UvcCamera, ReadsATextThatFillsTheWholeAnswer) {
     const std::string text = "HX02-V02.1-12345A-0123456789ABCD";
-    ASSERT_EQ(text.size(), 32u);
     ASSERT_TRUE(start(text));
     EXPECT_EQ(camera->getCameraId(), text);
 }
 
-TEST_F(UvcCamera, DeliversSamplesByTheRuleOfItsModel) {
-    struct {
-        const char* text;
-        std::uint16_t first;
-        std::uint16_t second;
-    } const kRows[] = {{"HX01-V01.3-12345E", 0x12 * 4 + 3, 1275},
-                       {"HX02-V01.3-12345E", 13, 1045},
-                       {"HX05-V01.3-12345E", 0, 0}};
-    for (const auto& row : kRows) {
-        SCOPED_TRACE(row.text);
-        camera = std::make_unique<CameraUvc>();
-        scripted::reset();
-        world().granted = 2;
-        world().bufferLength = kFrameBytes;
-        ASSERT_TRUE(start(row.text));
-        const unsigned char raw[] = {0x12, 0x03, 0xFF, 0xFF};
-        std::memcpy(world().frameMemory(0), raw, sizeof raw);
-        const unsigned short* const samples = camera->getData();
-        ASSERT_NE(samples, nullptr);
-        EXPECT_EQ(samples[0], row.first);
-        EXPECT_EQ(samples[1], row.second);
-        EXPECT_EQ(samples[1600 * 1200 - 1], 0);
-        EXPECT_EQ(camera->getData(), samples) << "the camera's one buffer";
-    }
-}
-
-TEST_F(UvcCamera, TakesTheExposureOutOfTheFrame) {
-    ASSERT_TRUE(start("HX01-V02.3-12345E"));
-    EXPECT_EQ(camera->getExp(), 0u);
-    const std::uint16_t raw[] = {300, 7};
-    std::memcpy(world().frameMemory(0), raw, sizeof raw);
-    const unsigned short* const samples = camera->getData();
-    EXPECT_EQ(camera->getExp(), 300u);
-    EXPECT_EQ(samples[0], 7 * 4);
-    EXPECT_EQ(std::memcmp(world().frameMemory(0), "\x07\x00\x07\x00", 4), 0);
-    EXPECT_EQ(world().count("G_CTRL"), 0);
-}
-
 TEST_F(UvcCamera, ReadsAndSetsTheExposureControlUnchanged) {
     ASSERT_TRUE(start("HX01-V01.3-12345E"));
-    world().exposure = 4711;
-    EXPECT_EQ(camera->getExp(), 4711u);
-    for (const unsigned int value : {0u, 77u, 0xFFFFFFFFu}) {
-        EXPECT_TRUE(camera->setExp(value));
-        EXPECT_EQ(world().control.id, 0x009A0902u);
-        EXPECT_EQ(world().control.value, static_cast<std::int32_t>(value));
-    }
+    EXPECT_EQ(camera->getExp(), 156u);
+    EXPECT_TRUE(camera->setExp(0xFFFFFFFF));
+    EXPECT_EQ(world().control.id, 0x009A0902u);
+    EXPECT_EQ(world().control.value, -1);
     world().failures = {{"G_CTRL", 0, EIO}, {"S_CTRL", 0, EIO}};
     CaptureStderr();
     EXPECT_EQ(camera->getExp(), 0u);
-    EXPECT_EQ(GetCapturedStderr(), kExposureMessage);
-    CaptureStderr();
     EXPECT_FALSE(camera->setExp(5));
-    EXPECT_EQ(GetCapturedStderr(), kExposureMessage);
+    EXPECT_EQ(GetCapturedStderr(), std::string(kExposureMessage) + kExposureMessage);
 }
 
 TEST_F(UvcCamera, DrivesNeitherLampNorGain) {
