@@ -10,24 +10,23 @@ import struct
 import sys
 
 BYTE, U16, U32, RESERVED, TEXT, UNKNOWN = 0, 1, 2, 3, 4, 9
-FORMATS = {BYTE: "B", U16: "H", U32: "I", RESERVED: "B"}
-STAMP = "2026-11-21--07-45--123"
+FORMATS = {BYTE: "B", U16: "H", U32: "I", RESERVED: "B", TEXT: "B"}
+STAMP = b"2026-11-21--07-45--123\0"
 
 
 def container(samples, entries, magic=b"LL", kind=0x4858, order="<"):
-    """`entries` are (tag, type, value): a number, a text, or the count of an unknown type."""
+    """`entries` are (tag, type, value): numbers, a text, or the count of an unknown type."""
     main = struct.pack(f"{order}{len(samples)}H", *samples)
     table = []
     payloads = b""
     for tag, type_, value in entries:
-        offset, count = 8 + len(main) + len(payloads), 1
-        if type_ == TEXT:
-            payload = value.encode() + b"\0"
-            count = len(payload)
-        elif type_ == UNKNOWN:
+        offset = 8 + len(main) + len(payloads)
+        if type_ == UNKNOWN:
             payload, count = b"", value
         else:
-            payload = struct.pack(order + FORMATS[type_], value)
+            values = list(value) if isinstance(value, (bytes, list)) else [value]
+            count = len(values)
+            payload = struct.pack(f"{order}{count}{FORMATS[type_]}", *values)
         payloads += payload
         table.append(struct.pack(order + "HHII", tag, type_, count, offset))
     start = magic + struct.pack(order + "HI", kind, 8 + len(main) + len(payloads))
@@ -37,8 +36,8 @@ def container(samples, entries, magic=b"LL", kind=0x4858, order="<"):
 def frame(width, samples, identification, exposure, spectral):
     height = len(samples) // width
     return [(1, U16, U16), (2, U32, len(samples)), (3, U32, 8), (4, U32, width), (5, U32, height),
-            (6, BYTE, 10), (7, TEXT, STAMP), (8, TEXT, identification), (9, TEXT, "1.0.1-rc"),
-            (10, U32, exposure), (11, U32, 0), (12, U32, spectral),
+            (6, BYTE, 10), (7, TEXT, STAMP), (8, TEXT, identification.encode() + b"\0"),
+            (9, TEXT, b"1.0.1-rc\0"), (10, U32, exposure), (11, U32, 0), (12, U32, spectral),
             *((tag, RESERVED, 0) for tag in range(13, 18)), (18, BYTE, 0)]
 
 

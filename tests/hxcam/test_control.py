@@ -4,7 +4,7 @@ import json
 
 import pytest
 
-from conftest import FAILED, FAST, HX01, HX02, LOST, OK, SLOW, TIMEOUT, USAGE
+from conftest import FAILED, HX01, HX02, LOST, OK, SLOW, TIMEOUT, USAGE
 
 
 @pytest.mark.parametrize("args, spec, code, out, err", [
@@ -38,9 +38,3 @@ def test_json_and_a_camera_without_lamp(hxcam):
     assert json.loads(result.out) == {"exposure": 7, "lamp": "absent"}
     result = hxcam("set", "lamp", "off", cameras=(HX01,))
     assert result.code == FAILED and "has no lamp" in result.err
-
-
-def test_set_reaches_a_camera_that_captures(shell, tmp_path):
-    script = ('"$HXCAM" capture -n 0 -o - 2>"$1/err" | '
-              '{ head -c 1 >"$1/first"; "$HXCAM" set exposure 321; "$HXCAM" get exposure; }')
-    assert shell(script, (HX02 + FAST,), tmp_path).out == "321\n321\n"

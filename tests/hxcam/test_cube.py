@@ -42,7 +42,7 @@ def write(tmp_path):
     """Writes a container and returns its path."""
     def run(name, samples, identification=HX02, exposure=156):
         path = tmp_path / name
-        path.write_bytes(pack(np.asarray(samples), identification, exposure))
+        path.write_bytes(pack(samples, identification, exposure))
         return path
     return run
 

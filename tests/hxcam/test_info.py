@@ -1,27 +1,18 @@
 # SPDX-License-Identifier: MIT
 """hxcam info, on whole and on damaged files."""
 import json
-import pathlib
 import random
-import struct
 
 import pytest
 
 from conftest import FAILED, HXCAM, OK, run_command
+from frames import make_golden
 
-DATA = pathlib.Path(__file__).resolve().parents[1] / "data"
 TABLE = 8 + 8 + 21
 ENTRY_1 = TABLE + 2
 ENTRY_77 = ENTRY_1 + 4 * 12
-
-
-def container():
-    """2 x 2 samples and five entries, by hand."""
-    samples = struct.pack("<4H", 1, 2, 3, 65535)
-    payloads = struct.pack("<HII", 1, 4, 8) + b"\xce\xdeab\0" + struct.pack("<3H", 7, 8, 9)
-    entries = [(1, 1, 1, 16), (2, 2, 1, 18), (3, 2, 1, 22), (8, 4, 5, 26), (77, 1, 3, 31)]
-    table = struct.pack("<H", len(entries)) + b"".join(struct.pack("<HHII", *e) for e in entries)
-    return b"LL" + struct.pack("<HI", 0x4858, TABLE) + samples + payloads + table
+WHOLE = make_golden.container([1, 2, 3, 65535], [
+    (1, 1, 1), (2, 2, 4), (3, 2, 8), (8, 4, b"\xce\xdeab\0"), (77, 1, [7, 8, 9])])
 
 
 def info(*args, **options):
@@ -30,16 +21,16 @@ def info(*args, **options):
 
 def test_every_entry_is_shown(tmp_path):
     whole = tmp_path / "whole.hxc"
-    whole.write_bytes(container())
+    whole.write_bytes(WHOLE)
     lines = [line.split() for line in info(whole).out.splitlines()]
     assert lines[2] == ["1", "data", "type", "16", "bit", "1", "1"]
     assert lines[5] == ["8", "identification", "text", "5", "\\xce\\xdeab"]
     assert lines[6] == ["77", "unknown", "16", "bit", "3", "[7,8,9]"]
 
-    twice = info("--json", "-", input=2 * container())
+    twice = info("--json", "-", input=2 * WHOLE)
     assert twice.code == OK
     described = json.loads(twice.out)
-    assert [c["offset"] for c in described["containers"]] == [0, len(container())]
+    assert [c["offset"] for c in described["containers"]] == [0, len(WHOLE)]
     last = described["containers"][1]
     assert (last["size"], last["kind"]) == (99, 0x4858)
     assert (last["sample_type"], last["sample_bytes"]) == (1, 8)
@@ -50,29 +41,21 @@ def test_every_entry_is_shown(tmp_path):
     assert bytes.fromhex(last["entries"][3]["hex"]) == b"\xce\xdeab\0"
 
 
-def test_golden_files():
-    lines = info("--json", *(DATA / name for name in ("hx02-lamp.hxc", "unknown-type.hxc"))).out
-    lamp, unknown = ({e["tag"]: e for e in json.loads(line)["containers"][0]["entries"]}
-                     for line in lines.splitlines())
-    assert lamp[8]["value"] == "HX02-V02.1-12345A-L" and "hex" not in lamp[8]
-    assert lamp[10] == {"tag": 10, "name": "exposure", "type": 2, "count": 1, "value": 10000}
-    assert (unknown[100]["type"], unknown[100]["value"], unknown[101]["value"]) == (9, None, 5)
-
-
-def test_long_entries_are_cut(tmp_path):
-    payloads = struct.pack("<4100H", *range(4100)) + b"a\0hidden\0"
+def test_long_and_unknown_entries(tmp_path):
     long = tmp_path / "long"
-    records = struct.pack("<HHHII", 3, 3, 2, 1, 8) + struct.pack("<HHII", 100, 1, 4100, 12)
-    records += struct.pack("<HHII", 8, 4, 9, 12 + 8200)
-    long.write_bytes(struct.pack("<2sHII", b"LL", 7, 12 + len(payloads), 8) + payloads + records)
-    _, numbers, text = json.loads(info("--json", long).out)["containers"][0]["entries"]
+    long.write_bytes(make_golden.container([], [
+        (100, 1, list(range(4100))), (8, 4, b"a\0hidden\0"), (9, 4, b"text\0"), (101, 9, 3)]))
+    numbers, hiding, text, unknown = json.loads(
+        info("--json", long).out)["containers"][0]["entries"]
     assert numbers["value"] == list(range(4096)) and numbers["cut"]
-    assert text["value"] == "a" and bytes.fromhex(text["hex"]) == b"a\0hidden\0"
+    assert hiding["value"] == "a" and bytes.fromhex(hiding["hex"]) == b"a\0hidden\0"
+    assert text["value"] == "text" and "hex" not in text
+    assert (unknown["type"], unknown["value"]) == (9, None)
     assert "15] ..." in info(long).out
 
 
 def changed(offset, data):
-    bytes_ = bytearray(container())
+    bytes_ = bytearray(WHOLE)
     bytes_[offset:offset + len(data)] = data
     return bytes(bytes_)
 
@@ -84,8 +67,8 @@ def changed(offset, data):
     (changed(2, b"\x48\x58"), "at byte 2: written in the other byte order"),
     (changed(4, b"\xff\xff\xff\xff"), "at byte 99: cut off"),
     (changed(TABLE, b"\0\0"), "at byte 37: it has no entries"),
-    (container()[:TABLE + 1], "at byte 38: cut off"),
-    (container()[:-1], "at byte 98: cut off"),
+    (WHOLE[:TABLE + 1], "at byte 38: cut off"),
+    (WHOLE[:-1], "at byte 98: cut off"),
     (changed(TABLE, b"\xff\xff"), "cut off: 65535 entries"),
     (changed(ENTRY_1 + 4, b"\0\0\0\0"), f"at byte {ENTRY_1}: entry 0 (tag 1) is too short"),
     (changed(ENTRY_1 + 8, b"\7\0\0\0"), "entry 0 (tag 1): its payload, 2 bytes at 7, should be"),
@@ -95,8 +78,8 @@ def changed(offset, data):
     (changed(18, b"\x0d\0\0\0"), "entry 0 (tag 1): its payload, 2 bytes at 16, should be at 34"),
     (changed(18, b"\xff\xff\xff\xff"), f"at byte {ENTRY_1 + 24}: the samples, 8589934590 bytes"),
     (changed(22, b"\7\0\0\0"), "at byte 7: the samples begin at byte 7, not at 8"),
-    (container() + b"rest", "at byte 99: no container"),
-    (container() + b"LL", "at byte 101: the header is cut off"),
+    (WHOLE + b"rest", "at byte 99: no container"),
+    (WHOLE + b"LL", "at byte 101: the header is cut off"),
 ])
 def test_what_is_wrong_is_told(tmp_path, data, fault):
     damaged = tmp_path / "damaged.hxc"
@@ -109,9 +92,9 @@ def test_what_is_wrong_is_told(tmp_path, data, fault):
 def test_no_damage_is_believed(tmp_path):
     # Every byte changed in turn, and every cut: each is read or refused, and the rest goes on.
     chance = random.Random(1)
-    for i in range(len(container())):
+    for i in range(len(WHOLE)):
         (tmp_path / f"{i:03}").write_bytes(changed(i, bytes([chance.randrange(256)])))
-        (tmp_path / f"{i:03}cut").write_bytes(container()[:i])
+        (tmp_path / f"{i:03}cut").write_bytes(WHOLE[:i])
     files = sorted(tmp_path.iterdir())
     result = info("--json", *files)
     assert result.code == FAILED
@@ -121,7 +104,7 @@ def test_no_damage_is_believed(tmp_path):
 
 def test_damage_in_the_middle_does_not_hide_the_rest():
     moved = changed(ENTRY_77 + 8, b"\x1e")
-    result = info("--json", "-", input=container() + moved + container() + b"LL")
+    result = info("--json", "-", input=WHOLE + moved + WHOLE + b"LL")
     line = json.loads(result.out)
     assert result.code == FAILED
     faults = [c["error"] and c["error"]["offset"] for c in line["containers"]]
@@ -132,7 +115,7 @@ def test_damage_in_the_middle_does_not_hide_the_rest():
 
 
 def test_a_missing_file_does_not_hide_the_others(tmp_path):
-    (tmp_path / "whole").write_bytes(container())
+    (tmp_path / "whole").write_bytes(WHOLE)
     result = info(tmp_path / "none", tmp_path, tmp_path / "whole")
     assert result.code == FAILED
     assert "No such file" in result.err and "Is a directory" in result.err

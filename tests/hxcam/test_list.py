@@ -4,7 +4,7 @@ import json
 
 import pytest
 
-from conftest import FAST, HX01, HX02, NO_CAMERA, OK, SLOW, TIMEOUT, USAGE
+from conftest import HX01, HX02, NO_CAMERA, OK, SLOW, TIMEOUT, USAGE
 
 
 def listing(result):
@@ -71,30 +71,17 @@ def test_without_all_only_nodes_that_could_not_be_asked_are_told(hxcam):
     assert result.err.count('the group "video"') == 2
 
 
-def test_a_camera_in_use_is_listed_and_not_disturbed(shell, tmp_path):
-    # The first byte says that the capture runs.
-    script = ('"$HXCAM" capture -n 20 -o - 2>"$1/summary" | '
-              '{ head -c 1 >"$1/first"; "$HXCAM" list; cat >"$1/rest"; }')
-    result = shell(script, (HX02 + FAST,), tmp_path)
-    assert HX02 in result.out
-    assert (tmp_path / "summary").read_text().startswith("20 frames")
-
-
 @pytest.mark.parametrize("wanted, code, told", [
     ("0", OK, "111"), ("/dev/video0", OK, "111"), ("12345A-", OK, "111"), ("12345A", OK, "111"),
     (HX02, OK, "111"), ("1", OK, "222"), ("67890E", OK, "222"),
-    ("2", NO_CAMERA, "/dev/video2"), ("nobody", NO_CAMERA, HX01), ("/dev/video1", NO_CAMERA, HX01),
+    ("4", NO_CAMERA, "/dev/video2"), ("nobody", NO_CAMERA, HX01), ("/dev/video1", NO_CAMERA, HX01),
     ("/dev/null", NO_CAMERA, HX01), ("", USAGE, "--camera"), (None, USAGE, HX01),
+    ("12345C", USAGE, "/dev/video6"),
 ])
 def test_choosing_a_camera(hxcam, wanted, code, told):
-    cameras = (HX02 + ",exposure=1:999:111", HX01 + ",exposure=1:999:222")
+    cameras = (HX02 + ",exposure=1:999:111", HX01 + ",exposure=1:999:222",
+               *2 * ("HX01-V01.3-12345C",))
     choice = () if wanted is None else ("--camera", wanted)
     result = hxcam("get", "exposure", *choice, cameras=cameras)
     assert result.code == code
     assert told in (result.out if code == OK else result.err)
-
-
-def test_two_of_the_same_name_are_a_usage_error(hxcam):
-    result = hxcam("get", "--camera", "12345A", cameras=(HX02, HX02))
-    assert result.code == USAGE
-    assert "/dev/video0" in result.err and "/dev/video2" in result.err
