@@ -1,90 +1,64 @@
 # SPDX-License-Identifier: MIT
 """Programs that people use with cameras, unmodified, on a simulated one."""
-
-import os
 import pathlib
 import re
-import subprocess
 
 import numpy
 import pytest
 
-HX_SIM = os.environ["HX_SIM"]
-CAMERA = "HX02-V02.1-12345A-L"
+from conftest import CAMERA, sim
+
 WORDS = 1600 * 1200
 
 
-def under_sim(spec, *command):
-    result = subprocess.run(
-        [HX_SIM, "--camera", spec, "--", *command], capture_output=True, timeout=100
-    )
-    return result.returncode, result.stdout, result.stderr.decode(errors="replace")
+def on_camera(*command, keys=""):
+    return sim("--camera", CAMERA + keys, "--", *command, errors="replace")
 
 
-def ramp(frame, exposure=156):
-    words = (numpy.arange(WORDS) + 257 * frame).astype(numpy.uint16)
-    words[0] = exposure
-    return words
+def expect_ramp(path, count, first=None):
+    """Frames of the ramp, one behind the other. Without a first number any one may begin."""
+    frames = numpy.fromfile(path, dtype="<u2").reshape(-1, WORDS)
+    assert len(frames) == count
+    number = int(frames[0][1]) - 1 if first is None else 257 * first
+    assert number % 257 == 0
+    for frame in frames:
+        assert frame[0] == 156
+        words = (numpy.arange(1, WORDS) + number).astype(numpy.uint16)
+        assert numpy.array_equal(frame[1:], words), number
+        number += 257
 
 
-def compliance(*arguments):
-    """The failing tests' names, and whether all of them were run."""
-    _, output, _ = under_sim(CAMERA, "v4l2-compliance", *arguments)
-    text = output.decode()
-    assert re.search(r"^Total for .*: \d+, Succeeded", text, re.M), text
-    return set(re.findall(r"^\s*test (.*): FAIL$", text, re.M))
-
-
-@pytest.mark.parametrize(
-    "key, arguments", [("capture", ["-d0", "-s"]), ("metadata", ["-d1"])]
-)
+@pytest.mark.parametrize("key, arguments", [("capture", ["-d0", "-s"]), ("metadata", ["-d1"])])
 def test_compliance_fails_exactly_where_it_is_accepted(key, arguments):
+    text = on_camera("v4l2-compliance", *arguments).stdout
+    assert re.search(r"^Total for .*: \d+, Succeeded", text, re.M), text
     lines = pathlib.Path(__file__).with_name("compliance-accepted.txt").read_text().splitlines()
     rows = [line.split("|") for line in lines if line and not line.startswith("#")]
     accepted = {name.strip() for node, name, _ in rows if node.strip() == key}
-    assert compliance(*arguments) == accepted
+    assert set(re.findall(r"^\s*test (.*): FAIL$", text, re.M)) == accepted
 
 
 def test_v4l2_ctl_lists_and_remembers_the_exposure():
-    status, output, _ = under_sim(
-        CAMERA,
-        "sh",
-        "-c",
-        "v4l2-ctl --list-devices && v4l2-ctl -c exposure_time_absolute=4242"
-        " && v4l2-ctl -C exposure_time_absolute && v4l2-ctl --list-formats-ext",
-    )
-    text = output.decode()
-    assert status == 0, text
-    assert "Webcam gadget: UVC Camera" in text
-    assert "/dev/video0" in text and "/dev/video1" in text
-    assert "exposure_time_absolute: 4242" in text
-    assert "Discrete 1600x1200" in text and "20.000 fps" in text
+    script = ("v4l2-ctl --list-devices && v4l2-ctl -c exposure_time_absolute=4242"
+              " && v4l2-ctl -C exposure_time_absolute && v4l2-ctl --list-formats-ext")
+    result = on_camera("sh", "-c", script)
+    assert result.returncode == 0, result.stderr
+    for told in ("Webcam gadget: UVC Camera", "/dev/video0", "/dev/video1",
+                 "exposure_time_absolute: 4242", "Discrete 1600x1200", "20.000 fps"):
+        assert told in result.stdout
 
 
 def test_v4l2_ctl_streams_a_hundred_frames(tmp_path):
     path = tmp_path / "frames"
-    status, _, errors = under_sim(
-        CAMERA + ",rate=0", "v4l2-ctl", "--stream-mmap=4", "--stream-count=100",
-        "--stream-skip=97", f"--stream-to={path}",
-    )  # fmt: skip
-    assert status == 0, errors
-    frames = numpy.fromfile(path, dtype="<u2").reshape(-1, WORDS)
-    assert len(frames) == 100
-    for number, words in enumerate(frames):
-        assert numpy.array_equal(words, ramp(97 + number)), number
+    result = on_camera("v4l2-ctl", "--stream-mmap=4", "--stream-count=100", "--stream-skip=97",
+                       f"--stream-to={path}", keys=",rate=0")
+    assert result.returncode == 0, result.stderr
+    expect_ramp(path, 100, first=97)
 
 
 def test_ffmpeg_reads_the_ramp(tmp_path):
     path = tmp_path / "frames"
-    status, _, errors = under_sim(
-        CAMERA, "ffmpeg", "-nostdin", "-v", "error", "-f", "v4l2", "-i", "/dev/video0",
-        "-frames:v", "5", "-vsync", "passthrough", "-f", "rawvideo", str(path),
-    )  # fmt: skip
-    assert status == 0, errors
-    frames = numpy.fromfile(path, dtype="<u2").reshape(-1, WORDS)
-    assert len(frames) == 5
-    # It may look at frames before it writes some: the first number is free, and no more than that.
-    first = int(frames[0][1]) - 1
-    assert first % 257 == 0
-    for number, words in enumerate(frames):
-        assert numpy.array_equal(words, ramp(first // 257 + number)), number
+    result = on_camera("ffmpeg", "-nostdin", "-v", "error", "-f", "v4l2", "-i", "/dev/video0",
+                       "-frames:v", "5", "-vsync", "passthrough", "-f", "rawvideo", str(path))
+    assert result.returncode == 0, result.stderr
+    expect_ramp(path, 5)

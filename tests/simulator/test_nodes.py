@@ -1,0 +1,558 @@
+# SPDX-License-Identifier: MIT
+"""Simulated nodes from inside: what requests answer, who may have a camera, frames, and cameras
+that go away. Run as a program, this becomes hx-sim with all cameras that its tests declare, and
+that runs the tests."""
+import ctypes
+import fcntl
+import mmap
+import os
+import select
+import signal
+import struct
+import sys
+import threading
+import time
+from errno import (EACCES, EAGAIN, EBADRQC, EBUSY, EFAULT, EILSEQ, EINTR, EINVAL, EIO, EMFILE,
+                   ENOBUFS, ENODEV, ENOENT, ENOMEM, ETIMEDOUT, EXDEV)
+
+import numpy as np
+import pytest
+
+from conftest import CAMERA, HX_SIM
+
+LIBC = ctypes.CDLL(None, use_errno=True)
+LIBC.mmap.restype = ctypes.c_void_p
+LIBC.mmap.argtypes = [ctypes.c_void_p, ctypes.c_size_t, *3 * [ctypes.c_int], ctypes.c_long]
+LIBC.munmap.argtypes = [ctypes.c_void_p, ctypes.c_size_t]
+WORDS, FRAME = 1600 * 1200, 3840000
+CAPTURE, DONE, YUYV = 1, 4, 0x56595559
+EXPOSURE, AUTO_EXPOSURE = 0x9a0902, 0x9a0901
+QUERYCAP, S_FMT, REQBUFS, QUERYBUF, QBUF, DQBUF, STREAMON, STREAMOFF, G_CTRL, S_CTRL, XU = (
+    0x80685600, 0xc0d05605, 0xc0145608, 0xc0585609, 0xc058560f, 0xc0585611, 0x40045612, 0x40045613,
+    0xc008561b, 0xc008561c, 0xc0107521)
+CAMERAS = []
+
+
+def camera(keys="", identification=CAMERA):
+    """Declares a camera and names its node; the metadata node has the next number."""
+    CAMERAS.append(f"{identification},node={2 * len(CAMERAS)},{keys}".rstrip(","))
+    return f"video{2 * len(CAMERAS) - 2}"
+
+
+def metadata_of(name):
+    return f"video{int(name[5:]) + 1}"
+
+
+def error_of(call, *arguments):
+    try:
+        call(*arguments)
+    except OSError as error:
+        return error.errno
+    return 0
+
+
+class Node:
+    """A descriptor with the ring mapped through it; calls that fail raise OSError."""
+
+    def __init__(self, name, flags=0):
+        self.fd = os.open(f"/dev/{name}", os.O_RDWR | os.O_CLOEXEC | flags)
+        self.places = {}
+
+    def __del__(self):
+        self.unmap()
+        self.close()
+
+    def close(self):
+        if getattr(self, "fd", -1) >= 0:
+            os.close(self.fd)
+        self.fd = -1
+
+    def call(self, request, layout, *values):
+        data = bytearray(struct.pack(layout, *values).ljust(request >> 16 & 0x3fff, b"\0"))
+        fcntl.ioctl(self.fd, request, data)
+        return struct.unpack_from(layout, data)
+
+    def format(self):
+        """Asks for another format; returns what came of it: width, height, code and bytes."""
+        answer = self.call(S_FMT, "I4x6I", CAPTURE, 320, 200, 0x47504a4d, 0, 0, 0)
+        return (*answer[1:4], answer[6])
+
+    def request(self, count):
+        return self.call(REQBUFS, "3I", count, CAPTURE, 1)[0]
+
+    def buffer(self, request, index=0):
+        """Index, flags, sequence, seconds, offset and length."""
+        values = self.call(request, "5I4x2q16x2IQI", index, CAPTURE, 0, 0, 0, 0, 0, 0, 1, 0, 0)
+        index, _, _, flags, _, seconds, microseconds, sequence, _, offset, length = values
+        return index, flags, sequence, seconds + microseconds / 1e6, offset, length
+
+    def flags(self, index):
+        return self.buffer(QUERYBUF, index)[1]
+
+    def queue(self, index):
+        self.buffer(QBUF, index)
+
+    def dequeue(self):
+        """Index and sequence."""
+        return self.buffer(DQBUF)[0:3:2]
+
+    def turn(self):
+        """Takes a frame and hands its buffer back at once. Its sequence."""
+        index, sequence = self.dequeue()
+        self.queue(index)
+        return sequence
+
+    def stream(self, on=True):
+        self.call(STREAMON if on else STREAMOFF, "i", CAPTURE)
+
+    def map(self, index):
+        *_, offset, length = self.buffer(QUERYBUF, index)
+        place = LIBC.mmap(None, length, mmap.PROT_READ, mmap.MAP_SHARED, self.fd, offset)
+        if place == ctypes.c_void_p(-1).value:
+            raise OSError(ctypes.get_errno(), "mmap")
+        self.places[index] = place, length
+
+    def unmap(self):
+        for place in getattr(self, "places", {}).values():
+            LIBC.munmap(*place)
+        self.places = {}
+
+    def frame(self, index):
+        words = ctypes.c_uint16 * WORDS
+        return np.frombuffer(words.from_address(self.places[index][0]), np.uint16)
+
+    def start(self, count):
+        self.format()
+        for index in range(self.request(count)):
+            self.map(index)
+            self.queue(index)
+        self.stream()
+
+    def set(self, value, control=EXPOSURE):
+        self.call(S_CTRL, "Ii", control, value)
+
+    def get(self):
+        return self.call(G_CTRL, "Ii", EXPOSURE, 0)[1]
+
+    def unit(self, unit=6, selector=10, query=0x81, size=32):
+        data = ctypes.create_string_buffer(33)
+        self.call(XU, "3BxH2xQ", unit, selector, query, size, ctypes.addressof(data))
+        return data.raw[:size]
+
+    def poll(self, milliseconds=20000):
+        waiting = select.poll()
+        waiting.register(self.fd, select.POLLIN)
+        return dict(waiting.poll(milliseconds)).get(self.fd, 0)
+
+
+def ramp(sequence):
+    return (np.arange(WORDS) + 257 * sequence).astype(np.uint16)
+
+
+# One node by itself.
+
+FIRST, SECOND = camera("serial=A 1\\,2"), camera()
+DENIED = camera("access=denied")
+
+
+def test_nodes_come_newest_first_and_before_everything_else():
+    names = os.listdir("/dev")
+    newest = [metadata_of(SECOND), SECOND, metadata_of(FIRST), FIRST]
+    at = names.index(newest[0])
+    assert names[at:at + 4] == newest
+    assert not any(name.startswith("video") for name in names[at + 4:])
+    assert names.count("null") == 1 and names.index("null") > at
+
+
+def test_a_node_is_a_character_device_under_every_name_of_its_path():
+    status = os.stat(f"/dev//./{SECOND}")
+    assert status.st_mode & 0o170000 == 0o020000
+    assert (os.major(status.st_rdev), os.minor(status.st_rdev)) == (81, int(SECOND[5:]))
+    folder = os.open("/dev", os.O_RDONLY)
+    node = os.open(SECOND, os.O_RDWR, dir_fd=folder)
+    assert os.fstat(node).st_rdev == status.st_rdev
+    assert error_of(os.read, node, 1) == EINVAL
+    os.close(node)
+    os.close(folder)
+    assert not os.path.exists("/dev/video255")
+    assert error_of(Node, DENIED) == EACCES
+    assert os.path.exists(f"/dev/{DENIED}") and not os.access(f"/dev/{DENIED}", os.R_OK)
+
+
+def test_sysfs_tells_what_a_node_is():
+    def first_line(path):
+        with open(path, encoding="ascii") as file:
+            return file.readline().strip()
+
+    folder = f"/sys/class/video4linux/{FIRST}"
+    assert first_line(f"{folder}/name") == "Webcam gadget: UVC Camera"
+    assert first_line(f"{folder}/device/../serial") == "A 1,2"
+    assert first_line(f"/sys/class/video4linux/{metadata_of(FIRST)}/index") == "1"
+    assert first_line(f"/sys/dev/char/{first_line(f'{folder}/dev')}/uevent") == "MAJOR=81"
+
+
+def test_requests_are_taken_as_the_kernel_takes_them():
+    node = Node(FIRST)
+
+    def raw(request, argument):
+        ctypes.set_errno(EXDEV)
+        return LIBC.ioctl(node.fd, ctypes.c_ulong(request), argument), ctypes.get_errno()
+
+    assert raw(QUERYCAP, None) == (-1, EFAULT)
+    # Programs pass requests as negative ints. Success leaves errno alone.
+    assert raw(QUERYCAP - 2**32, bytes(104)) == (0, EXDEV)
+    node.request(2)
+    assert error_of(node.format) == EBUSY, "a ring is there"
+
+
+@pytest.mark.parametrize("name, answer", [
+    (FIRST, (1600, 1200, YUYV, FRAME)), (camera("format=640x480"), (640, 480, YUYV, 614400)),
+    (camera("format=refuse"), None),
+])
+def test_every_format_becomes_the_only_one(name, answer):
+    node = Node(name)
+    assert node.format() == answer if answer else error_of(node.format) == EINVAL
+
+
+@pytest.mark.parametrize("name, wanted, granted", [
+    (FIRST, 20, 20), (FIRST, 40, 32), (camera("ring=3"), 20, 3), (camera("ring=0"), 20, 0),
+])
+def test_a_ring_is_granted_up_to_its_limit(name, wanted, granted):
+    assert Node(name).request(wanted) == granted
+
+
+WITHOUT, HELD = camera("exposure=none"), camera("auto-exposure=held")
+
+
+def test_an_exposure_is_clamped_and_may_be_missing_or_held():
+    node, without, held = Node(FIRST), Node(WITHOUT), Node(HELD)
+    for value, used in ((0, 1), (20000, 10000), (-5, 1), (200, 200)):
+        node.set(value)
+        assert node.get() == used
+    assert [error_of(without.get), error_of(without.set, 10)] == [EINVAL, EINVAL]
+    assert error_of(held.set, 10) == EACCES
+    held.set(1, AUTO_EXPOSURE)
+    held.set(10)
+
+
+@pytest.mark.parametrize("arguments, answer", [
+    ((6, 10, 0x81, 31), ENOBUFS), ((5, 10, 0x81, 32), ENOENT), ((6, 11, 0x81, 32), ENOENT),
+    ((6, 10, 0x85, 2), b"\x20\0"), ((6, 10, 0x85, 32), ENOBUFS), ((6, 10, 0x86, 1), b"\1"),
+    ((6, 10, 0x01, 32), EBADRQC), ((6, 10, 0x7f, 32), EINVAL),
+])
+def test_an_extension_unit_answers_like_the_driver(arguments, answer):
+    node = Node(FIRST)
+    if isinstance(answer, bytes):
+        assert node.unit(*arguments) == answer
+    else:
+        assert error_of(node.unit, *arguments) == answer
+
+
+@pytest.mark.parametrize("name, answer", [
+    (camera("xu=absent"), ENOENT), (camera("xu=refuse:EILSEQ"), EILSEQ),
+    (camera("xu=slow:60"), ETIMEDOUT), (camera("xu=slow:0.3"), CAMERA.encode()),
+    (camera("xu=short"), CAMERA[:16].encode()),
+    (camera("", "\\xff\\,a comma and 32 bytes of text!!"), b"\xff,a comma and 32 bytes of text!!"),
+])
+def test_an_identification_comes_as_the_camera_tells_it(name, answer):
+    node = Node(name)
+    if isinstance(answer, bytes):
+        assert node.unit() == answer.ljust(32, b"\0")
+    else:
+        assert error_of(node.unit) == answer
+
+
+FAULTY = camera("rate=0,fault=open:2=EMFILE,fault=mmap:3=ENOMEM,fault=QBUF:6=EIO,"
+                "fault=S_CTRL:*=EIO,fault=DQBUF:2=EIO,fault=STREAMOFF:1=EIO,fault=munmap:1=EINVAL")
+
+
+def test_a_fault_hits_the_nth_call_of_its_kind_only():
+    node = Node(FAULTY)
+    assert [error_of(Node, FAULTY), error_of(Node, FAULTY)] == [EMFILE, 0]
+    assert [error_of(node.set, 5), error_of(node.set, 5)] == [EIO, EIO]
+    node.request(4)
+    assert [error_of(node.map, i) for i in (0, 1, 2, 3, 2)] == [0, 0, ENOMEM, 0, 0]
+    assert [error_of(node.queue, i) for i in range(4)] == [0, 0, 0, 0]
+    node.stream()
+    assert node.turn() == 0
+    assert error_of(node.dequeue) == EIO
+    index, sequence = node.dequeue()
+    assert sequence == 1, "the failed call took no frame"
+    assert [error_of(node.queue, index), error_of(node.queue, index)] == [EIO, 0]
+    assert [error_of(node.stream, False), error_of(node.stream, False)] == [EIO, 0]
+    assert LIBC.munmap(*node.places[0]) == -1 and ctypes.get_errno() == EINVAL
+
+
+# Several users of one camera.
+
+SHARED = camera("rate=0")
+
+
+def in_child(work):
+    """What `work` returns, 0 to 255, in a forked child."""
+    child = os.fork()
+    if child == 0:
+        os._exit(work() or 0)
+    return os.waitstatus_to_exitcode(os.waitpid(child, 0)[1])
+
+
+def look_at_a_camera_in_use():
+    other = Node(SHARED)
+    other.set(99)
+    seen = [error_of(other.format), error_of(other.request, 4), error_of(other.stream)]
+    return seen != 3 * [EBUSY] or other.unit()[:19] != CAMERA.encode()
+
+
+def test_who_sets_the_format_first_has_the_camera():
+    owner = Node(SHARED)
+    owner.format()
+    assert look_at_a_camera_in_use() == 0
+    assert in_child(look_at_a_camera_in_use) == 0
+    assert owner.get() == 99
+    owner.close()
+    assert error_of(Node(SHARED).format) == 0
+
+
+def test_mappings_keep_the_camera_after_its_descriptor_is_closed():
+    owner, other = Node(SHARED), Node(SHARED)
+    owner.start(3)
+    index, _ = owner.dequeue()
+    owner.close()
+    assert np.array_equal(owner.frame(index)[1:], ramp(0)[1:])
+    assert error_of(other.format) == EBUSY
+    owner.unmap()
+    assert error_of(other.format) == 0
+
+
+def test_duplicates_are_one_open_file():
+    owner, other = Node(SHARED), Node(SHARED)
+    owner.format()
+    second = os.dup(owner.fd)
+    owner.close()
+    assert error_of(other.format) == EBUSY
+    # Replaced by another file, the last one goes too.
+    null = os.open("/dev/null", os.O_RDONLY)
+    os.dup2(null, second)
+    assert error_of(other.format) == 0
+    os.close(null)
+    os.close(second)
+
+
+def test_a_killed_owner_leaves_the_camera_free():
+    reader, writer = os.pipe()
+    child = os.fork()
+    if child == 0:
+        Node(SHARED).start(4)
+        os.write(writer, b"y")
+        signal.pause()
+    assert os.read(reader, 1) == b"y"
+    other = Node(SHARED)
+    # Its first node went with the expression, its mappings with it.
+    os.kill(child, signal.SIGKILL)
+    os.waitid(os.P_PID, child, os.WEXITED | os.WNOWAIT)
+    assert error_of(other.format) == 0, "dead but not reaped, it has no files"
+    os.waitpid(child, 0)
+
+
+def test_a_forked_child_leaves_the_parents_stream_alone():
+    node = Node(SHARED)
+    node.start(4)
+    assert in_child(lambda: node.close() or error_of(Node(SHARED).format)) == EBUSY
+    assert node.turn() == 0
+
+
+@pytest.mark.parametrize("ring", [2, 3, 20])
+def test_without_a_rate_a_buffer_handed_back_stays_whole(ring):
+    """Programs that fear to lose frames hand a buffer back first and read it afterwards."""
+    node = Node(SHARED)
+    node.start(ring)
+    for _ in range(30):
+        index, sequence = node.dequeue()
+        node.queue(index)
+        assert np.array_equal(node.frame(index)[1:], ramp(sequence)[1:])
+
+
+PACED = camera("rate=50")
+
+
+def test_at_a_rate_the_oldest_frames_are_kept_and_later_ones_lost():
+    node = Node(PACED)
+    node.start(4)
+    # All buffers are full once the last one is; then frames are lost for a while.
+    while not node.flags(3) & DONE:
+        time.sleep(0.01)
+    time.sleep(0.1)
+    assert [node.turn() for _ in range(4)] == [0, 1, 2, 3]
+    assert node.turn() >= 7, "the lost frames are counted"
+
+
+def test_no_frame_comes_early_and_poll_tells_of_each():
+    node = Node(PACED, os.O_NONBLOCK)
+    node.start(20)
+    begin = time.monotonic()
+    epoll = select.epoll()
+    epoll.register(node.fd, select.EPOLLIN)
+    for number in range(15):
+        assert epoll.poll(20) and node.poll() == select.POLLIN
+        *_, sequence, stamp, _, _ = node.buffer(DQBUF)
+        assert sequence == number and stamp - begin > number / 50
+    # Emptied quicker than it fills.
+    assert error_of(lambda: [node.turn() for _ in range(1000)]) == EAGAIN
+    node.stream(False)
+    assert node.poll(0) == 0, "what was filled went with the stream"
+
+
+SILENT, STALLING = camera("stall=0"), camera("stall=3,rate=0")
+
+
+def blocked_dequeue(node):
+    """A thread in a DQBUF that no frame will end, and a list that will get its errno."""
+    said = []
+    thread = threading.Thread(target=lambda: said.append(error_of(node.dequeue)))
+    thread.start()
+    state = f"/proc/self/task/{thread.native_id}/stat"
+    while open(state, encoding="ascii").read().rsplit(")", 1)[1].split()[0] != "S":
+        time.sleep(0.001)
+    return thread, said
+
+
+def test_a_blocked_dequeue_holds_up_nobody_and_ends_with_the_stream():
+    node, other = Node(SILENT), Node(SILENT)
+    node.start(2)
+    thread, said = blocked_dequeue(node)
+    node.set(77)
+    node.unmap()
+    assert other.get() == 77 and not said
+    node.stream(False)
+    thread.join()
+    assert said == [EINVAL]
+
+
+def test_a_signal_breaks_a_blocked_dequeue_off():
+    node = Node(SILENT)
+    node.start(2)
+    signal.signal(signal.SIGALRM, lambda *_: None)
+    signal.setitimer(signal.ITIMER_REAL, 0.05, 0.05)
+    error = error_of(node.dequeue)
+    signal.setitimer(signal.ITIMER_REAL, 0)
+    assert error == EINTR
+
+
+def test_a_stall_ends_each_stream_after_its_frames():
+    node = Node(STALLING, os.O_NONBLOCK)
+    node.start(4)
+    for _ in range(2):
+        for _ in range(3):
+            assert node.poll() == select.POLLIN
+            node.turn()
+        assert node.poll(200) == 0
+        node.stream(False)
+        for index in range(4):
+            node.queue(index)
+        node.stream()
+
+
+@pytest.mark.parametrize("exposure, model, position, value", [
+    # Row 240, column 200 is in the white patch, of reflectance 0.95, under the filter 0.91.
+    (78, "HX02", 384200, round(round(0.95 * 0.8 * 1023 / 2) * 64 * 0.91)),
+    (10000, "HX02", 384200, round(1023 * 64 * 0.91)),
+    (156, "HX01", 384200, 777 >> 2 | (777 & 3) << 8), (10000, "HX01", 384200, 255 | 3 << 8),
+])
+def test_the_targets_brightness_grows_with_the_exposure_up_to_the_top(
+        exposure, model, position, value):
+    node = Node(TARGETS[model])
+    node.set(exposure)
+    node.start(2)
+    assert node.frame(node.dequeue()[0])[position] == value
+
+
+TARGETS = {model: camera("rate=0,scene=target", f"{model}-V01.0-1") for model in ("HX01", "HX02")}
+
+
+# Cameras that go away.
+
+def expect_gone(node, name):
+    """Through a descriptor from before."""
+    for call in (node.dequeue, lambda: node.queue(0), lambda: node.call(QUERYCAP, "104x"),
+                 node.get, lambda: node.set(3), node.unit, lambda: node.stream(False)):
+        assert error_of(call) == ENODEV
+    assert node.poll() & select.POLLHUP
+    assert error_of(Node, name) == ENOENT
+    assert not {name, metadata_of(name)} & set(os.listdir("/dev"))
+
+
+@pytest.mark.parametrize("name, frames, last", [
+    (camera("rate=0,unplug=3"), 3, EINVAL),  # the call that waits; later ones get ENODEV
+    (camera("rate=0,unplug=2:waiting"), 2, ENODEV),
+])
+def test_an_unplug_ends_the_next_dequeue(name, frames, last):
+    node = Node(name)
+    node.start(4)
+    assert [node.turn() for _ in range(frames)] == list(range(frames))
+    if last == ENODEV:
+        assert node.poll() == select.POLLIN, "frames that wait are lost"
+    assert error_of(node.dequeue) == last
+    expect_gone(node, name)
+
+
+POLLED, TAKEN = camera("rate=0,unplug=1"), camera("rate=0,unplug=2:taken")
+
+
+def test_an_unplug_wakes_a_reader_that_polls():
+    node = Node(POLLED, os.O_NONBLOCK)
+    node.start(4)
+    assert node.poll() == select.POLLIN
+    node.turn()
+    assert node.poll() & select.POLLHUP
+    expect_gone(node, POLLED)
+
+
+def test_a_frame_taken_before_an_unplug_cannot_be_handed_back():
+    node = Node(TAKEN)
+    node.start(4)
+    node.turn()
+    index, _ = node.dequeue()
+    assert error_of(node.queue, index) == ENODEV
+    assert np.array_equal(node.frame(index)[1:], ramp(1)[1:])
+    expect_gone(node, TAKEN)
+
+
+def await_node(name):
+    end = time.monotonic() + 20
+    while name not in os.listdir("/dev") and time.monotonic() < end:
+        time.sleep(0.01)
+
+
+BACK, HELD_OPEN = (camera("rate=0,unplug=1:taken,replug=0.2") for _ in range(2))
+
+
+def test_a_camera_comes_back_under_its_old_numbers_and_stays():
+    node = Node(BACK)
+    node.start(4)
+    assert error_of(node.turn) == ENODEV
+    del node
+    await_node(BACK)
+    assert os.listdir("/dev").index(metadata_of(BACK)) < os.listdir("/dev").index(FIRST)
+    node = Node(BACK)
+    node.start(4)
+    assert [node.turn() for _ in range(8)] == list(range(8))
+
+
+def test_a_number_that_is_held_open_is_not_given_again():
+    count = len(os.listdir("/dev"))
+    node = Node(HELD_OPEN)
+    node.start(4)
+    assert error_of(node.turn) == ENODEV
+    node.close()  # the mappings hold the old node
+    await_node(metadata_of(HELD_OPEN))
+    assert len(os.listdir("/dev")) == count
+    assert error_of(Node, HELD_OPEN) == ENOENT
+    # The camera under its new number is the newest.
+    newest = [name for name in os.listdir("/dev") if name.startswith("video")]
+    assert Node(newest[1]).format()
+
+
+if __name__ == "__main__":
+    words = [word for spec in CAMERAS for word in ("--camera", spec)]
+    os.execv(HX_SIM, [HX_SIM, *words, "--", sys.executable, "-m", "pytest", "-q", "-p",
+                      "no:cacheprovider", *sys.argv])
