@@ -12,10 +12,9 @@ import struct
 import sys
 import threading
 import time
-from errno import (EACCES, EAGAIN, EBADRQC, EBUSY, EFAULT, EILSEQ, EINTR, EINVAL, EIO, EMFILE,
+from errno import (EACCES, EAGAIN, EBADRQC, EBUSY, EFAULT, EINTR, EINVAL, EIO, EMFILE,
                    ENOBUFS, ENODEV, ENOENT, ENOMEM, ETIMEDOUT, EXDEV)
 
-import numpy as np
 import pytest
 
 from conftest import CAMERA, HX_SIM
@@ -24,7 +23,6 @@ LIBC = ctypes.CDLL(None, use_errno=True)
 LIBC.mmap.restype = ctypes.c_void_p
 LIBC.mmap.argtypes = [ctypes.c_void_p, ctypes.c_size_t, *3 * [ctypes.c_int], ctypes.c_long]
 LIBC.munmap.argtypes = [ctypes.c_void_p, ctypes.c_size_t]
-WORDS, FRAME = 1600 * 1200, 3840000
 CAPTURE, DONE, YUYV = 1, 4, 0x56595559
 EXPOSURE, AUTO_EXPOSURE = 0x9a0902, 0x9a0901
 QUERYCAP, S_FMT, REQBUFS, QUERYBUF, QBUF, DQBUF, STREAMON, STREAMOFF, G_CTRL, S_CTRL, XU = (
@@ -73,9 +71,7 @@ class Node:
         return struct.unpack_from(layout, data)
 
     def format(self):
-        """Asks for another format; returns what came of it: width, height, code and bytes."""
-        answer = self.call(S_FMT, "I4x6I", CAPTURE, 320, 200, 0x47504a4d, 0, 0, 0)
-        return (*answer[1:4], answer[6])
+        self.call(S_FMT, "I4x3I", CAPTURE, 1600, 1200, YUYV)
 
     def request(self, count):
         return self.call(REQBUFS, "3I", count, CAPTURE, 1)[0]
@@ -117,9 +113,8 @@ class Node:
             LIBC.munmap(*place)
         self.places = {}
 
-    def frame(self, index):
-        words = ctypes.c_uint16 * WORDS
-        return np.frombuffer(words.from_address(self.places[index][0]), np.uint16)
+    def word(self, index, position):
+        return ctypes.c_uint16.from_address(self.places[index][0] + 2 * position).value
 
     def start(self, count):
         self.format()
@@ -145,23 +140,10 @@ class Node:
         return dict(waiting.poll(milliseconds)).get(self.fd, 0)
 
 
-def ramp(sequence):
-    return (np.arange(WORDS) + 257 * sequence).astype(np.uint16)
-
-
 # One node by itself.
 
 FIRST, SECOND = camera("serial=A 1\\,2"), camera()
 DENIED = camera("access=denied")
-
-
-def test_nodes_come_newest_first_and_before_everything_else():
-    names = os.listdir("/dev")
-    newest = [metadata_of(SECOND), SECOND, metadata_of(FIRST), FIRST]
-    at = names.index(newest[0])
-    assert names[at:at + 4] == newest
-    assert not any(name.startswith("video") for name in names[at + 4:])
-    assert names.count("null") == 1 and names.index("null") > at
 
 
 def test_a_node_is_a_character_device_under_every_name_of_its_path():
@@ -205,15 +187,6 @@ def test_requests_are_taken_as_the_kernel_takes_them():
     assert error_of(node.format) == EBUSY, "a ring is there"
 
 
-@pytest.mark.parametrize("name, answer", [
-    (FIRST, (1600, 1200, YUYV, FRAME)), (camera("format=640x480"), (640, 480, YUYV, 614400)),
-    (camera("format=refuse"), None),
-])
-def test_every_format_becomes_the_only_one(name, answer):
-    node = Node(name)
-    assert node.format() == answer if answer else error_of(node.format) == EINVAL
-
-
 @pytest.mark.parametrize("name, wanted, granted", [
     (FIRST, 20, 20), (FIRST, 40, 32), (camera("ring=3"), 20, 3), (camera("ring=0"), 20, 0),
 ])
@@ -221,45 +194,20 @@ def test_a_ring_is_granted_up_to_its_limit(name, wanted, granted):
     assert Node(name).request(wanted) == granted
 
 
-WITHOUT, HELD = camera("exposure=none"), camera("auto-exposure=held")
-
-
-def test_an_exposure_is_clamped_and_may_be_missing_or_held():
-    node, without, held = Node(FIRST), Node(WITHOUT), Node(HELD)
-    for value, used in ((0, 1), (20000, 10000), (-5, 1), (200, 200)):
-        node.set(value)
-        assert node.get() == used
-    assert [error_of(without.get), error_of(without.set, 10)] == [EINVAL, EINVAL]
-    assert error_of(held.set, 10) == EACCES
-    held.set(1, AUTO_EXPOSURE)
-    held.set(10)
-
-
-@pytest.mark.parametrize("arguments, answer", [
-    ((6, 10, 0x81, 31), ENOBUFS), ((5, 10, 0x81, 32), ENOENT), ((6, 11, 0x81, 32), ENOENT),
-    ((6, 10, 0x85, 2), b"\x20\0"), ((6, 10, 0x85, 32), ENOBUFS), ((6, 10, 0x86, 1), b"\1"),
-    ((6, 10, 0x01, 32), EBADRQC), ((6, 10, 0x7f, 32), EINVAL),
+@pytest.mark.parametrize("name, arguments, answer", [
+    (FIRST, (6, 10, 0x81, 31), ENOBUFS), (FIRST, (5, 10, 0x81, 32), ENOENT),
+    (FIRST, (6, 11, 0x81, 32), ENOENT), (FIRST, (6, 10, 0x85, 2), b"\x20\0"),
+    (FIRST, (6, 10, 0x85, 32), ENOBUFS), (FIRST, (6, 10, 0x86, 1), b"\1"),
+    (FIRST, (6, 10, 0x01, 32), EBADRQC), (FIRST, (6, 10, 0x7f, 32), EINVAL),
+    (camera("xu=slow:60"), (), ETIMEDOUT),
+    (camera("xu=short"), (), CAMERA[:16].encode() + bytes(16)),
+    (camera("", "\\xff\\,and a comma"), (), b"\xff,and a comma".ljust(32, b"\0")),
 ])
-def test_an_extension_unit_answers_like_the_driver(arguments, answer):
-    node = Node(FIRST)
-    if isinstance(answer, bytes):
-        assert node.unit(*arguments) == answer
-    else:
-        assert error_of(node.unit, *arguments) == answer
-
-
-@pytest.mark.parametrize("name, answer", [
-    (camera("xu=absent"), ENOENT), (camera("xu=refuse:EILSEQ"), EILSEQ),
-    (camera("xu=slow:60"), ETIMEDOUT), (camera("xu=slow:0.3"), CAMERA.encode()),
-    (camera("xu=short"), CAMERA[:16].encode()),
-    (camera("", "\\xff\\,a comma and 32 bytes of text!!"), b"\xff,a comma and 32 bytes of text!!"),
-])
-def test_an_identification_comes_as_the_camera_tells_it(name, answer):
-    node = Node(name)
-    if isinstance(answer, bytes):
-        assert node.unit() == answer.ljust(32, b"\0")
-    else:
-        assert error_of(node.unit) == answer
+def test_an_extension_unit_answers_like_the_driver(name, arguments, answer):
+    try:
+        assert Node(name).unit(*arguments) == answer
+    except OSError as error:
+        assert error.errno == answer
 
 
 FAULTY = camera("rate=0,fault=open:2=EMFILE,fault=mmap:3=ENOMEM,fault=QBUF:6=EIO,"
@@ -283,31 +231,38 @@ def test_a_fault_hits_the_nth_call_of_its_kind_only():
     assert LIBC.munmap(*node.places[0]) == -1 and ctypes.get_errno() == EINVAL
 
 
+HELD = camera("auto-exposure=held")
+
+
+def test_an_automatic_exposure_holds_the_exposure_until_it_is_manual():
+    node = Node(HELD)
+    assert error_of(node.set, 10) == EACCES
+    node.set(1, AUTO_EXPOSURE)
+    assert error_of(node.set, 10) == 0
+
+
 # Several users of one camera.
 
 SHARED = camera("rate=0")
 
 
 def in_child(work):
-    """What `work` returns, 0 to 255, in a forked child."""
     child = os.fork()
     if child == 0:
-        os._exit(work() or 0)
+        os._exit(work())
     return os.waitstatus_to_exitcode(os.waitpid(child, 0)[1])
 
 
-def look_at_a_camera_in_use():
-    other = Node(SHARED)
-    other.set(99)
-    seen = [error_of(other.format), error_of(other.request, 4), error_of(other.stream)]
-    return seen != 3 * [EBUSY] or other.unit()[:19] != CAMERA.encode()
-
-
 def test_who_sets_the_format_first_has_the_camera():
+    def look():
+        other = Node(SHARED)
+        other.set(99)
+        return 3 * [EBUSY] != [error_of(other.format), error_of(other.request, 4),
+                               error_of(other.stream)]
+
     owner = Node(SHARED)
     owner.format()
-    assert look_at_a_camera_in_use() == 0
-    assert in_child(look_at_a_camera_in_use) == 0
+    assert not look() and not in_child(look)
     assert owner.get() == 99
     owner.close()
     assert error_of(Node(SHARED).format) == 0
@@ -316,9 +271,7 @@ def test_who_sets_the_format_first_has_the_camera():
 def test_mappings_keep_the_camera_after_its_descriptor_is_closed():
     owner, other = Node(SHARED), Node(SHARED)
     owner.start(3)
-    index, _ = owner.dequeue()
     owner.close()
-    assert np.array_equal(owner.frame(index)[1:], ramp(0)[1:])
     assert error_of(other.format) == EBUSY
     owner.unmap()
     assert error_of(other.format) == 0
@@ -342,12 +295,13 @@ def test_a_killed_owner_leaves_the_camera_free():
     reader, writer = os.pipe()
     child = os.fork()
     if child == 0:
-        Node(SHARED).start(4)
+        node = Node(SHARED)
+        node.start(4)
         os.write(writer, b"y")
         signal.pause()
     assert os.read(reader, 1) == b"y"
     other = Node(SHARED)
-    # Its first node went with the expression, its mappings with it.
+    assert error_of(other.format) == EBUSY
     os.kill(child, signal.SIGKILL)
     os.waitid(os.P_PID, child, os.WEXITED | os.WNOWAIT)
     assert error_of(other.format) == 0, "dead but not reaped, it has no files"
@@ -359,17 +313,6 @@ def test_a_forked_child_leaves_the_parents_stream_alone():
     node.start(4)
     assert in_child(lambda: node.close() or error_of(Node(SHARED).format)) == EBUSY
     assert node.turn() == 0
-
-
-@pytest.mark.parametrize("ring", [2, 3, 20])
-def test_without_a_rate_a_buffer_handed_back_stays_whole(ring):
-    """Programs that fear to lose frames hand a buffer back first and read it afterwards."""
-    node = Node(SHARED)
-    node.start(ring)
-    for _ in range(30):
-        index, sequence = node.dequeue()
-        node.queue(index)
-        assert np.array_equal(node.frame(index)[1:], ramp(sequence)[1:])
 
 
 PACED = camera("rate=50")
@@ -405,27 +348,25 @@ def test_no_frame_comes_early_and_poll_tells_of_each():
 SILENT, STALLING = camera("stall=0"), camera("stall=3,rate=0")
 
 
-def blocked_dequeue(node):
-    """A thread in a DQBUF that no frame will end, and a list that will get its errno."""
-    said = []
-    thread = threading.Thread(target=lambda: said.append(error_of(node.dequeue)))
-    thread.start()
-    state = f"/proc/self/task/{thread.native_id}/stat"
-    while open(state, encoding="ascii").read().rsplit(")", 1)[1].split()[0] != "S":
-        time.sleep(0.001)
-    return thread, said
-
-
 def test_a_blocked_dequeue_holds_up_nobody_and_ends_with_the_stream():
+    def dequeue():
+        said.append("begun")
+        said.append(error_of(node.dequeue))
+
     node, other = Node(SILENT), Node(SILENT)
     node.start(2)
-    thread, said = blocked_dequeue(node)
+    said = []
+    thread = threading.Thread(target=dequeue)
+    thread.start()
+    state = f"/proc/self/task/{thread.native_id}/stat"
+    while not said or open(state, encoding="ascii").read().rsplit(")", 1)[1].split()[0] != "S":
+        time.sleep(0.001)
     node.set(77)
     node.unmap()
-    assert other.get() == 77 and not said
+    assert other.get() == 77 and said == ["begun"]
     node.stream(False)
     thread.join()
-    assert said == [EINVAL]
+    assert said == ["begun", EINVAL]
 
 
 def test_a_signal_breaks_a_blocked_dequeue_off():
@@ -452,69 +393,38 @@ def test_a_stall_ends_each_stream_after_its_frames():
         node.stream()
 
 
-@pytest.mark.parametrize("exposure, model, position, value", [
-    # Row 240, column 200 is in the white patch, of reflectance 0.95, under the filter 0.91.
-    (78, "HX02", 384200, round(round(0.95 * 0.8 * 1023 / 2) * 64 * 0.91)),
-    (10000, "HX02", 384200, round(1023 * 64 * 0.91)),
-    (156, "HX01", 384200, 777 >> 2 | (777 & 3) << 8), (10000, "HX01", 384200, 255 | 3 << 8),
+PLAIN, MOSAIC = (camera("rate=0,scene=target", f"{model}-V01.0-1") for model in ("HX01", "HX02"))
+
+
+@pytest.mark.parametrize("name, exposure, word", [
+    (PLAIN, 156, 777 >> 2 | (777 & 3) << 8), (PLAIN, 10000, 255 | 3 << 8),
+    (MOSAIC, 78, round(round(0.95 * 0.8 * 1023 / 2) * 64 * 0.91)),
+    (MOSAIC, 10000, round(1023 * 64 * 0.91)),
 ])
-def test_the_targets_brightness_grows_with_the_exposure_up_to_the_top(
-        exposure, model, position, value):
-    node = Node(TARGETS[model])
+def test_the_targets_brightness_grows_with_the_exposure_up_to_the_top(name, exposure, word):
+    node = Node(name)
     node.set(exposure)
     node.start(2)
-    assert node.frame(node.dequeue()[0])[position] == value
-
-
-TARGETS = {model: camera("rate=0,scene=target", f"{model}-V01.0-1") for model in ("HX01", "HX02")}
+    # Row 240, column 200: the white patch, of reflectance 0.95, under the filter 0.91.
+    assert node.word(node.dequeue()[0], 240 * 1600 + 200) == word
 
 
 # Cameras that go away.
 
-def expect_gone(node, name):
-    """Through a descriptor from before."""
-    for call in (node.dequeue, lambda: node.queue(0), lambda: node.call(QUERYCAP, "104x"),
-                 node.get, lambda: node.set(3), node.unit, lambda: node.stream(False)):
-        assert error_of(call) == ENODEV
-    assert node.poll() & select.POLLHUP
-    assert error_of(Node, name) == ENOENT
-    assert not {name, metadata_of(name)} & set(os.listdir("/dev"))
+UNPLUGGED = camera("rate=0,unplug=1")
 
 
-@pytest.mark.parametrize("name, frames, last", [
-    (camera("rate=0,unplug=3"), 3, EINVAL),  # the call that waits; later ones get ENODEV
-    (camera("rate=0,unplug=2:waiting"), 2, ENODEV),
-])
-def test_an_unplug_ends_the_next_dequeue(name, frames, last):
-    node = Node(name)
-    node.start(4)
-    assert [node.turn() for _ in range(frames)] == list(range(frames))
-    if last == ENODEV:
-        assert node.poll() == select.POLLIN, "frames that wait are lost"
-    assert error_of(node.dequeue) == last
-    expect_gone(node, name)
-
-
-POLLED, TAKEN = camera("rate=0,unplug=1"), camera("rate=0,unplug=2:taken")
-
-
-def test_an_unplug_wakes_a_reader_that_polls():
-    node = Node(POLLED, os.O_NONBLOCK)
+def test_an_unplug_wakes_who_polls_and_nothing_is_left():
+    node = Node(UNPLUGGED, os.O_NONBLOCK)
     node.start(4)
     assert node.poll() == select.POLLIN
     node.turn()
     assert node.poll() & select.POLLHUP
-    expect_gone(node, POLLED)
-
-
-def test_a_frame_taken_before_an_unplug_cannot_be_handed_back():
-    node = Node(TAKEN)
-    node.start(4)
-    node.turn()
-    index, _ = node.dequeue()
-    assert error_of(node.queue, index) == ENODEV
-    assert np.array_equal(node.frame(index)[1:], ramp(1)[1:])
-    expect_gone(node, TAKEN)
+    for call in (node.dequeue, lambda: node.queue(0), lambda: node.call(QUERYCAP, "104x"),
+                 node.get, lambda: node.set(3), node.unit, lambda: node.stream(False)):
+        assert error_of(call) == ENODEV
+    assert error_of(Node, UNPLUGGED) == ENOENT
+    assert not {UNPLUGGED, metadata_of(UNPLUGGED)} & set(os.listdir("/dev"))
 
 
 def await_node(name):
@@ -549,7 +459,7 @@ def test_a_number_that_is_held_open_is_not_given_again():
     assert error_of(Node, HELD_OPEN) == ENOENT
     # The camera under its new number is the newest.
     newest = [name for name in os.listdir("/dev") if name.startswith("video")]
-    assert Node(newest[1]).format()
+    Node(newest[1]).format()
 
 
 if __name__ == "__main__":
