@@ -53,12 +53,12 @@ void compareEntry(const hx::ContainerEntry& seen, const FileInfo& info) {
 
 void compareSamples(const hx::ContainerView& view, const void* mainData) {
     PROMISED((mainData == nullptr) == (elementSize(view.mainType()) == 0));
-    if (view.mainData().empty()) return;
-    PROMISED(std::memcmp(view.mainData().data(), mainData, view.mainData().size()) == 0);
-    if (view.mainType() != Data16) return;
+    const std::span<const std::byte> seen = view.mainData();
+    PROMISED(seen.empty() || std::memcmp(seen.data(), mainData, seen.size()) == 0);
+    if (seen.empty() || view.mainType() != Data16) return;
     std::vector<std::uint16_t> samples(view.sampleCount());
     view.copySamples(samples);
-    PROMISED(std::memcmp(samples.data(), mainData, view.mainData().size()) == 0);
+    PROMISED(std::memcmp(samples.data(), mainData, seen.size()) == 0);
     if (const auto inPlace = view.samples()) {
         PROMISED(std::equal(inPlace->begin(), inPlace->end(), samples.begin(), samples.end()));
     }

@@ -47,13 +47,13 @@ hx::CaptureEvent waitFor(hx::CaptureSession& session, Kind kind) {
     }
 }
 
-// Bytes at an offset of the ring, as a shell command; then the event.
-std::string poke(unsigned int offset, const char* bytes) {
-    return "printf '" + std::string(bytes) +
-           "' | dd of=/proc/self/fd/4 bs=1 conv=notrunc seek=" + std::to_string(offset) +
-           " 2>/dev/null\n";
+// Puts bytes into the ring, first those of its first slot's header.
+std::string claim(const char* written, const char* length = "") {
+    const std::string into = "' | dd of=/proc/self/fd/4 bs=1 conv=notrunc 2>/dev/null seek=";
+    return "printf '" + std::string(length) + into + "128\nprintf '" + written + into +
+           "0\nprintf '\\1\\0\\0\\0\\0\\0\\0\\0' >&5\nexec sleep 60";
 }
-constexpr char kReady[] = "printf '\\1\\0\\0\\0\\0\\0\\0\\0' >&5\n";
+constexpr char kAllOnes[] = "\\377\\377\\377\\377\\377\\377\\377\\377";
 
 // One message on the control socket; printf takes its first byte as an octal number.
 std::string say(hx::child::Word word) {
@@ -72,9 +72,10 @@ TEST(CaptureSession, NamesWhatTheChildDidWrong) {
         {"ended", "exit 3", "exit status 3"},
         {"crashed", "kill -SEGV $$", "signal 11"},
         {"spoke nonsense", "echo nonsense >&3; exec sleep 60", "makes no sense"},
-        {"claimed too many frames", poke(0, "\\377") + kReady + "exec sleep 60", "255 waiting"},
-        {"claimed too long a frame",
-         poke(128 + 7, "\\1") + poke(0, "\\1") + kReady + "exec sleep 60", "bytes in a slot"},
+        {"claimed too many frames", claim("\\11"), "9 waiting"},
+        {"claimed less than none", claim(kAllOnes), "waiting"},
+        {"claimed a frame a byte too long", claim("\\1", "\\1\\0\\100"), "4194305 bytes in a slot"},
+        {"claimed the longest frame", claim("\\1", kAllOnes), "bytes in a slot"},
         {"lost the camera before the start was heard of",
          "echo '-1: gone' >&2\n" + say(hx::child::Word::started) + "exec sleep 60", "-1: gone",
          hx::CaptureEnd::cameraLost},
@@ -128,6 +129,13 @@ TEST(CaptureSession, WaitsNoLongerThanAskedAndHearsAnInterrupt) {
     EXPECT_THROW(session.setExposure(5, milliseconds(1)), hx::CaptureError);
     ASSERT_EQ(eventfd_write(interrupt.get(), 1), 0);
     EXPECT_EQ(session.wait(kPatience).kind, Kind::interrupted);
+}
+
+TEST(CaptureSession, NeedsRoomInItsRing) {
+    for (const hx::RingShape& ring : {hx::RingShape{0, 100}, {3, 0}, {4, ~std::size_t{0} / 4}}) {
+        EXPECT_THROW(hx::CaptureSession({.node = "", .ring = ring, .childProgram = "/bin/true"}),
+                     std::invalid_argument);
+    }
 }
 
 TEST(CaptureSession, ReportsAMissingChildAtOnce) {

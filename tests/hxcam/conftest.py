@@ -4,7 +4,7 @@ import os
 import pathlib
 import subprocess
 import time
-from dataclasses import dataclass
+from types import SimpleNamespace
 
 import pytest
 
@@ -30,24 +30,13 @@ def environment():
     return {**os.environ, "LC_ALL": "C.UTF-8", "HXCAM": HXCAM}
 
 
-@dataclass
-class Result:
-    code: int
-    raw: bytes
-    err: str
-    seconds: float
-
-    @property
-    def out(self):
-        return self.raw.decode()
-
-
 def run_command(command, seconds=60, **options):
     start = time.monotonic()
     done = subprocess.run(command, capture_output=True, timeout=seconds * SLOW, env=environment(),
                           check=False, **options)
-    return Result(done.returncode, done.stdout, done.stderr.decode(errors="backslashreplace"),
-                  time.monotonic() - start)
+    return SimpleNamespace(
+        code=done.returncode, raw=done.stdout, out=done.stdout.decode(errors="replace"),
+        err=done.stderr.decode(errors="backslashreplace"), seconds=time.monotonic() - start)
 
 
 @pytest.fixture

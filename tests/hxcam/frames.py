@@ -23,10 +23,10 @@ class Container:
         magic, self.kind, table = struct.unpack_from("<2sHI", data)
         assert magic == b"LL" and self.kind == 0x4858
         (count,) = struct.unpack_from("<H", data, table)
-        self.entries = {}
-        for i in range(count):
-            tag, kind, number, offset = struct.unpack_from("<HHII", data, table + 2 + 12 * i)
-            self.entries[tag] = data[offset:offset + number * ELEMENT_SIZES[kind]]
+        records = [struct.unpack_from("<HHII", data, table + 2 + 12 * i) for i in range(count)]
+        self.layout = [record[:3] for record in records]
+        self.entries = {tag: data[offset:offset + number * ELEMENT_SIZES[kind]]
+                        for tag, kind, number, offset in records}
         self.samples = np.frombuffer(data, "<u2", self.number(2), 8)
         self.size = table + 2 + 12 * count
 

@@ -6,6 +6,7 @@ import re
 import select
 import signal
 import subprocess
+import time
 
 import numpy as np
 import pytest
@@ -34,6 +35,7 @@ def numbers(frames, identification=HX02):
 @pytest.mark.parametrize("identification", [HX01, HX02, "HX05-V02.1-12345C"])
 def test_every_sample_and_entry(hxcam, folder, identification, how):
     place = () if "-o" in how else ("-o", folder)
+    began = time.strftime("%Y-%m-%d--%H-%M")
     # Verbose: whatever the child prints until its end would be seen, a sanitizer's report too.
     result = hxcam("capture", "-n", 3, *how, *place, "--exposure", 300, "--verbose",
                    cameras=(identification + FAST,))
@@ -44,10 +46,17 @@ def test_every_sample_and_entry(hxcam, folder, identification, how):
     assert len(taken) == 3
 
     for frame in taken:
-        assert (frame.number(4), frame.number(5), frame.number(6)) == (WIDTH, HEIGHT, 10)
-        assert frame.text(8) == identification
-        assert frame.number(10) == 300
-        assert len(frame.entries) == 18
+        kinds = [1, 2, 2, 2, 2, 0, 4, 4, 4, 2, 2, 2, *5 * [3], 0]
+        counts = [*6 * [1], 22 + 1, len(identification) + 1, 9, *9 * [1]]
+        assert frame.layout == list(zip(range(1, 19), kinds, counts))
+        assert [frame.number(tag) for tag in (1, 2, 3, 4, 5, 6)] == [
+            1, WIDTH * HEIGHT, 8, WIDTH, HEIGHT, 10]
+        # Local time to the minute, then the milliseconds.
+        assert re.fullmatch(r"[\d-]{18}-\d{3}", frame.text(7))
+        assert began <= frame.text(7)[:17] <= time.strftime("%Y-%m-%d--%H-%M")
+        assert (frame.text(8), frame.text(9)) == (identification, "1.0.1-rc")
+        assert [frame.number(tag) for tag in range(10, 19)] == [
+            300, 0, {"A": 1, "E": 75, "C": 10}[identification[16]], *6 * [0]]
     if not identification.startswith("HX05"):
         assert numbers(taken, identification) == [0, 1, 2]
     else:
@@ -170,17 +179,6 @@ def test_lost_frames_are_counted(hxcam, folder):
     assert told == came[-1] + 1 - 30 > 0
 
 
-def test_two_captures_side_by_side(shell, tmp_path):
-    # The first one is in the middle of its work until the second has ended.
-    script = ('"$HXCAM" capture --camera 0 -n 8 -o - | '
-              '{ head -c 1; "$HXCAM" capture --camera 1 -n 8 -o "$1" && cat; }')
-    result = shell(script, (HX02 + FAST, HX01 + FAST), tmp_path)
-    assert result.code == OK, result.err
-    for taken, identification in ((list(containers(result.raw)), HX02), (stored(tmp_path), HX01)):
-        assert [frame.text(8) for frame in taken] == 8 * [identification]
-        assert len(numbers(taken, identification)) == 8
-
-
 def test_a_camera_in_use_can_be_listed_and_set_but_not_captured(shell, tmp_path):
     # The first byte says that the capture runs; it is in the middle of its work until the end.
     script = """"$HXCAM" capture -n 20 -o - 2>"$1/summary" | {
@@ -202,44 +200,24 @@ def test_the_library_speaks_in_the_terminal_encoding(hxcam, folder):
         "Input/output error"
 
 
-def children_of(pid):
-    with open(f"/proc/{pid}/task/{pid}/children", encoding="ascii") as children:
-        return [int(child) for child in children.read().split()]
-
-
-class OnTerminal:
-    """hxcam with standard error on a terminal of its own, so that it shows progress."""
-
-    def __init__(self, cameras, *args):
-        pid, self.master = pty.fork()
-        if pid == 0:
-            null = os.open("/dev/null", os.O_RDWR)
-            os.dup2(null, 1)
-            command = under_sim(cameras, [HXCAM, *args])
-            os.execvpe(command[0], command, environment())
-        self.pid = pid
-        self.shown = ""
-
-    def read_until(self, pattern):
-        while not re.search(pattern, self.shown):
-            try:
-                self.shown += os.read(self.master, 4096).decode()
-            except OSError:  # the other end is closed
-                return
-
-    def wait(self):
-        self.read_until("$^")
-        os.close(self.master)
-        return os.waitstatus_to_exitcode(os.waitpid(self.pid, 0)[1])
-
-
 @pytest.mark.parametrize("spec", ["rate=0", "rate=0,stall=4"])
-def test_ctrl_c_leaves_whole_files(folder, spec):
-    run = OnTerminal((f"{HX02},{spec}",), "capture", "-n", "0", "-o", str(folder))
-    run.read_until(r"\d frames?, ")
-    os.write(run.master, b"\x03")
-    assert run.wait() == INTERRUPTED
-    count = int(re.findall(r"(\d+) frames?, [^\r]*first", run.shown)[-1])
+def test_ctrl_c_on_a_terminal_leaves_whole_files(folder, spec):
+    pid, terminal = pty.fork()
+    if pid == 0:
+        os.dup2(os.open("/dev/null", os.O_RDWR), 1)
+        command = under_sim((f"{HX02},{spec}",), [HXCAM, "capture", "-n", "0", "-o", str(folder)])
+        os.execvpe(command[0], command, environment())
+    shown = ""
+    try:
+        while "frame" not in shown:
+            shown += os.read(terminal, 4096).decode()
+        os.write(terminal, b"\x03")
+        while True:
+            shown += os.read(terminal, 4096).decode()
+    except OSError:  # the other end is closed
+        os.close(terminal)
+    assert os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1]) == INTERRUPTED
+    count = int(re.findall(r"(\d+) frames?, [^\r]*first", shown)[-1])
     assert files_in(folder) == names(count) and len(numbers(stored(folder))) == count >= 1
 
 
@@ -252,12 +230,17 @@ def test_containers_are_not_written_to_a_terminal():
     os.close(slave)
 
 
-def test_the_child_ends_with_its_parent(folder):
+def children_of(pid):
+    with open(f"/proc/{pid}/task/{pid}/children", encoding="ascii") as children:
+        return [int(child) for child in children.read().split()]
+
+
+def test_the_child_ends_with_its_parent():
     # The library blocks: nothing comes any more, and its close waits for a frame.
-    run = OnTerminal((HX02 + FAST + ",stall=1",), "capture", "-n", "0", "-o", str(folder))
-    run.read_until(r"\d frames?, ")
-    hxcam_pid = children_of(run.pid)[0]
-    child = os.pidfd_open(children_of(hxcam_pid)[0])
-    os.kill(hxcam_pid, signal.SIGKILL)
-    assert select.select([child], [], [], 20 * SLOW)[0], "the capture child lives on"
-    run.wait()
+    command = under_sim((HX02 + FAST + ",stall=1",), [HXCAM, "capture", "-n", "0", "-o", "-"])
+    with subprocess.Popen(command, stdout=subprocess.PIPE) as launcher:
+        launcher.stdout.read(1)
+        hxcam_pid = children_of(launcher.pid)[0]
+        child = os.pidfd_open(children_of(hxcam_pid)[0])
+        os.kill(hxcam_pid, signal.SIGKILL)
+        assert select.select([child], [], [], 20 * SLOW)[0], "the capture child lives on"

@@ -52,22 +52,16 @@ def noise():
     return RNG.integers(0, 1126, SHAPE)
 
 
-def captured(hxcam, folder, scene):
-    camera = f"{HX02},scene={scene}"
-    assert hxcam("capture", "-o", folder, "--exposure", 156, cameras=[camera]).code == OK
-    return Container((folder / "frame-000000.hxc").read_bytes()).samples.reshape(1200, 1600)
-
-
-def test_others_read_a_captured_cube(hxcam, folder, tmp_path):
-    expected, _ = reconstruct(captured(hxcam, folder, "ramp"))
+def test_others_read_a_cube(tmp_path, write, noise):
+    expected, _ = reconstruct(noise)
     (tmp_path / "bands.csv").write_text(BANDS)
     header = tmp_path / "a.hdr"
     for interleave in ("bsq", "bil", "bip"):
-        result = cube(folder / "frame-000000.hxc", "-o", header, "--interleave", interleave,
+        result = cube(write("f.hxc", noise), "-o", header, "--interleave", interleave,
                       "--bands", tmp_path / "bands.csv", "--type", "float64", "--force")
         assert result.code == OK, result.err
         image = spectral.open_image(str(header))
-        assert image.shape == (1200, 1600, 9) and image.metadata["interleave"] == interleave
+        assert image.shape == (*SHAPE, 9) and image.metadata["interleave"] == interleave
         assert np.allclose(image.load(dtype=float), expected, rtol=1e-12, atol=1e-9), interleave
         values, _ = by_gdal(tmp_path / "a.img", tmp_path)
         assert np.allclose(values, expected, rtol=1e-12, atol=1e-9), interleave
@@ -84,7 +78,9 @@ def test_others_read_a_captured_cube(hxcam, folder, tmp_path):
 
 def test_patches_of_the_target_come_back(hxcam, folder, tmp_path, write):
     """docs/spectral-cubes.md derives the tolerances."""
-    samples = captured(hxcam, folder, "target")
+    camera = f"{HX02},scene=target"
+    assert hxcam("capture", "-o", folder, "--exposure", 156, cameras=[camera]).code == OK
+    samples = Container((folder / "frame-000000.hxc").read_bytes()).samples.reshape(1200, 1600)
     surfaces = {name: (np.array(spectrum), middle) for name, (spectrum, middle) in SURFACES.items()}
     lane = np.nonzero(samples[600, ::3] != samples[3, 3])[0] * 3
     surfaces["moving"] = (surfaces["moving"][0], (lane.mean().astype(int), 600))
@@ -186,19 +182,6 @@ def test_masks(tmp_path, write, noise):
         assert all(band["noDataValue"] == -1 for band in said["bands"])
 
 
-@pytest.mark.parametrize("data, told", [
-    (b"", "neither"), (b"P5 31 24 255\n" + bytes(31 * 24 - 1), "cut off"),
-    (b"P5 31 x", "number is missing"), (b"P5 99999 99999 1\n", "wrong number"),
-    (b"P2 2 1 5 6 0", "wrong number"), (b"P5 3 2 255\n" + bytes(6), "the mask is 3 x 2"),
-    (b"\x89PNG\r\n\x1a\n", "damaged PNG"),
-])
-def test_wrong_masks(tmp_path, write, noise, data, told):
-    (tmp_path / "mask").write_bytes(data)
-    result = cube(write("f.hxc", noise), "-o", tmp_path / "a.hdr", "--mask", tmp_path / "mask")
-    assert result.code == FAILED and told in result.err
-    assert files_in(tmp_path) == ["f.hxc", "mask"]
-
-
 def test_tiff_and_preview(tmp_path, write, noise):
     result = cube(write("f.hxc", noise), "-o", tmp_path / "a.tif", "--preview", tmp_path / "p.png",
                   "--preview-bands", "9,2,5")
@@ -254,27 +237,32 @@ def test_references_that_do_not_fit(tmp_path, write, noise, kind, change, told):
     assert not (tmp_path / "a.hdr").exists()
 
 
-HEAD = "band,wavelength_nm\n"
+HEAD = b"band,wavelength_nm\n"
+REGION = b"name,left,top,width,height\n"
 
 
-@pytest.mark.parametrize("option, text, told", [
-    ("--bands", "", "empty"), ("--bands", "band,colour\n", 'line 1: there is no column "colour"'),
-    ("--bands", "name\nx\n", "no column band"), ("--bands", "band,fwhm_nm\n", "fwhm needs"),
-    ("--bands", HEAD + "1,500\n1,500\n", "line 3: the band is there twice"),
-    ("--bands", HEAD + "# first\n1\n", "line 3: it has 1 fields"),
-    ("--bands", HEAD + "10,500\n", "no band"), ("--bands", HEAD + "1,-5\n", "no positive"),
-    ("--bands", HEAD + "1,500\n", "each of the nine"), ("--bands", "band,name\n1,{a}\n", "braces"),
-    ("--bands", HEAD + "1,500nm\n", "no positive number"),
-    ("--regions", "a,1,2,3,4\n", "name,left,top"), ("--regions", "name,left,top,width,height\n",
-                                                    "no region"),
-    ("--regions", "name,left,top,width,height\na,0,0,0,5\n", "line 2: \"0\" is no width"),
-    ("--regions", "name,left,top,width,height\na,20,0,12,5\n", "reaches out"),
+@pytest.mark.parametrize("option, data, told", [
+    ("--mask", b"", "neither"), ("--mask", b"P5 31 24 255\n" + bytes(31 * 24 - 1), "cut off"),
+    ("--mask", b"P5 31 x", "number is missing"), ("--mask", b"P5 99999 99999 1\n", "wrong number"),
+    ("--mask", b"P2 2 1 5 6 0", "wrong number"),
+    ("--mask", b"P5 3 2 255\n" + bytes(6), "the mask is 3 x 2"),
+    ("--mask", b"\x89PNG\r\n\x1a\n", "damaged PNG"),
+    ("--bands", b"", "empty"), ("--bands", b"band,colour\n", 'line 1: there is no column "colour"'),
+    ("--bands", b"name\nx\n", "no column band"), ("--bands", b"band,fwhm_nm\n", "fwhm needs"),
+    ("--bands", HEAD + b"1,500\n1,500\n", "line 3: the band is there twice"),
+    ("--bands", HEAD + b"# first\n1\n", "line 3: it has 1 fields"),
+    ("--bands", HEAD + b"10,500\n", "no band"), ("--bands", HEAD + b"1,-5\n", "no positive"),
+    ("--bands", HEAD + b"1,500\n", "each of the nine"), ("--bands", b"band,name\n1,{a}\n", "braces"),
+    ("--bands", HEAD + b"1,500nm\n", "no positive number"), ("--regions", REGION, "no region"),
+    ("--regions", b"a,1,2,3,4\n", "name,left,top"),
+    ("--regions", REGION + b"a,0,0,0,5\n", "line 2: \"0\" is no width"),
+    ("--regions", REGION + b"a,20,0,12,5\n", "reaches out"),
 ])
-def test_wrong_tables(tmp_path, write, noise, option, text, told):
-    (tmp_path / "table").write_text(text)
-    result = cube(write("f.hxc", noise), "-o", tmp_path / "a.hdr", option, tmp_path / "table")
+def test_wrong_masks_and_tables(tmp_path, write, noise, option, data, told):
+    (tmp_path / "wrong").write_bytes(data)
+    result = cube(write("f.hxc", noise), "-o", tmp_path / "a.hdr", option, tmp_path / "wrong")
     assert result.code == FAILED and told in result.err
-    assert files_in(tmp_path) == ["f.hxc", "table"]
+    assert files_in(tmp_path) == ["f.hxc", "wrong"]
 
 
 @pytest.mark.parametrize("args, told", [

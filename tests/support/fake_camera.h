@@ -15,8 +15,6 @@
 /// 2 x 2 samples. Frames come when the test lets them.
 class FakeCamera : public CameraBase {
   public:
-    ~FakeCamera() override { ++destroyed; }
-
     void letFrames(int more) {
         const std::lock_guard lock(mutex_);
         frames_ += more;
@@ -82,8 +80,6 @@ class FakeCamera : public CameraBase {
     bool hasRange = true;
     bool lamp = false;
     std::vector<std::string> asked;  ///< in order; not read while a thread captures
-
-    static inline int destroyed = 0;
 
   private:
     void note(const char* what) { asked.emplace_back(what); }

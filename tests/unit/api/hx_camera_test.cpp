@@ -1,91 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "api/hx_camera.h"
 
-#include <stdexcept>
-#include <string>
-#include <utility>
-
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "support/fake_camera.h"
 
 namespace {
-
-std::string probed;
-
-enum class Finds { nothing, two, oneAndFails };
-
-struct Probe : FakeCamera {
-    Probe(char name, Finds what) : name_(name), what_(what) {}
-    bool checkDevice(std::vector<CameraBase*>& found) override {
-        probed += name_;
-        if (what_ == Finds::nothing) return false;
-        found.push_back(new FakeCamera);
-        if (what_ == Finds::oneAndFails) throw std::out_of_range("cut short");
-        found.push_back(new FakeCamera);
-        return true;
-    }
-
-  private:
-    char name_;
-    Finds what_;
-};
-
-// Replaces the registered classes for one test.
-class Registry : public testing::Test {
-  protected:
-    Registry() : kept_(std::exchange(CameraFactory::registerMap, {})) {
-        FakeCamera::destroyed = 0;
-        probed.clear();
-    }
-    ~Registry() override { CameraFactory::registerMap = std::move(kept_); }
-
-    static void add(const std::string& key, char name, Finds what) {
-        CameraFactory::registerMap[key] = [name, what] { return new Probe(name, what); };
-    }
-
-    HxCameraContextTag** list = nullptr;
-    unsigned int count = 5;
-
-  private:
-    decltype(CameraFactory::registerMap) kept_;
-};
-
-TEST_F(Registry, WithoutCameraLeavesTheListAlone) {
-    HxCameraContextTag** const mark = list = new HxCameraContextTag*[1];
-    EXPECT_EQ(enumHxCamera(&list, &count), 1);
-    EXPECT_EQ(count, 0u);
-    add("none", 'n', Finds::nothing);
-    count = 5;
-    EXPECT_EQ(enumHxCamera(&list, &count), 1);
-    EXPECT_EQ(count, 0u);
-    EXPECT_EQ(list, mark);
-    EXPECT_EQ(FakeCamera::destroyed, 1) << "the probe";
-    // Freed alone.
-    EXPECT_EQ(releaseHxCamera(list, -1), 0);
-}
-
-TEST_F(Registry, IsWalkedInByteOrderOfItsKeys) {
-    add("uvc", 'a', Finds::two);
-    add("UVC", 'b', Finds::two);
-    ASSERT_EQ(enumHxCamera(&list, &count), 0);
-    EXPECT_EQ(probed, "ba");
-    ASSERT_EQ(count, 4u);
-    EXPECT_NE(list[0], list[1]);
-    EXPECT_NE(list[0]->camera, list[1]->camera);
-    EXPECT_EQ(FakeCamera::destroyed, 2);
-    EXPECT_EQ(releaseHxCamera(list, 4), 0);
-    EXPECT_EQ(FakeCamera::destroyed, 6);
-}
-
-TEST_F(Registry, PassesExceptionsOnAndFreesWhatWasFound) {
-    add("a", 'a', Finds::two);
-    add("b", 'f', Finds::oneAndFails);
-    EXPECT_THROW(enumHxCamera(&list, &count), std::out_of_range);
-    EXPECT_EQ(FakeCamera::destroyed, 5);  // two probes, three cameras
-    EXPECT_EQ(list, nullptr);
-}
 
 TEST(Handle, NullIsRefused) {
     EXPECT_EQ(openHxCamera(nullptr, false), 2);
@@ -111,6 +31,7 @@ TEST(Handle, ReleaseStopsAtAHandleThatCannotBeClosed) {
     HxCameraContextTag* list[] = {nullptr, fake.ctx};
     EXPECT_EQ(releaseHxCamera(list, 2), 2);
     EXPECT_EQ(fake.ctx->camera, fake.camera);
+    EXPECT_EQ(releaseHxCamera(new HxCameraContextTag*[1], -1), 0) << "the list alone";
 }
 
 TEST(Controls, AnswerByCommandWidthAndState) {

@@ -222,17 +222,4 @@ TEST(ContainerReader, TakesOverlapsAndMainDataOfAnyTypeWithinMeasure) {
     EXPECT_EQ(GetCapturedStderr(), kBeyond);
 }
 
-TEST(PayloadCopy, IsBoundedByTheEnd) {
-    const unsigned char source[] = {1, 2, 3, 4, 5, 6, 7, 8};
-    unsigned char target[8] = {};
-    const unsigned char* const end = source + 8;
-    EXPECT_EQ(copyBytes(source, Data64, 1, true, end, target), 1);
-    EXPECT_EQ(Bytes(target, target + 8), (Bytes{8, 7, 6, 5, 4, 3, 2, 1}));
-    CaptureStderr();
-    EXPECT_EQ(copyBytes(source, Data8_4, 9, true, end, target), 0);
-    EXPECT_EQ(copyBytes(end, Data8_0, 1, false, source, target), 0);
-    EXPECT_EQ(GetCapturedStderr(), std::string(kBeyond) + kBeyond);
-    EXPECT_EQ(copyBytes(end, FileDataType{9}, 4711, true, end, target), 1);
-}
-
 }  // namespace
