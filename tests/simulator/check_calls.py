@@ -15,14 +15,12 @@ def main():
     exported = set(re.findall(r"^\s+(\w+);", open(sys.argv[1]).read(), re.M))
     if "ioctl" not in exported or len(sys.argv) < 10:
         sys.exit("the export list or the objects are not what they should be")
-    wrong = 0
+    faults = []
     for path in sys.argv[2:]:
         listing = subprocess.run(["nm", "-u", path], capture_output=True, text=True, check=True)
         called = exported & set(re.findall(r"\bU (\w+)", listing.stdout))
-        for name in sorted(called):
-            print(f"{path} calls {name}", file=sys.stderr)
-            wrong += 1
-    sys.exit(bool(wrong))
+        faults += [f"{path} calls {name}" for name in sorted(called)]
+    sys.exit("\n".join(faults) or 0)
 
 
 main()

@@ -5,8 +5,3 @@ _Static_assert(sizeof(unsigned long) == 8, "container sizes are 64 bits wide");
 _Static_assert(sizeof(unsigned int) == 4, "exposure values are 32 bits wide");
 _Static_assert(sizeof(bool) == 1, "lamp values are one byte wide");
 _Static_assert(sizeof(const char*) == 8, "the name command stores 64 bits");
-
-HxCameraCallback hx_header_c11(HxCameraCallback callback);
-HxCameraCallback hx_header_c11(HxCameraCallback callback) {
-    return callback;
-}

@@ -6,8 +6,3 @@ static_assert(sizeof(FileDataType) == 2 && sizeof(FileType) == 4);
 static_assert(Data16 == 1 && Data8_4 == 4 && Data64 == 6 && FILE_TYPE_HX == 0x4858);
 static_assert(static_cast<int>(hx::Tag::spectralResolution) == 12);
 static_assert(static_cast<int>(hx::Tag::firstReserved) == 13);
-
-int hxHeaderContainer(const unsigned char* block, unsigned long size);
-int hxHeaderContainer(const unsigned char* block, unsigned long size) {
-    return hx::ContainerView(block, size).samples()->front();
-}
