@@ -40,10 +40,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     const std::string text(data, data + size);
     Identification id = unset();
     try {
-        const IdentificationFault fault = parseIdentification(text, id);
-        checkOrder(id, fault);
-        Identification again = unset();
-        PROMISED(parseIdentification(text, again) == fault && again.name == id.name);
+        checkOrder(id, parseIdentification(text, id));
     } catch (const std::out_of_range&) {
         // A text that ends before its spectral code. Model and exposure have been understood.
         checkOrder(id, IdentificationFault::spectral);

@@ -65,17 +65,17 @@ Bytes pack(Frame& frame) {
     unsigned char* block = nullptr;
     unsigned long size = 0;
     const auto count = static_cast<unsigned short>(frame.infos.size());
-    FileInfo* const infos = frame.infos.data();
-    const void* const mainData = frame.mainData.data();
+    auto* const infos = frame.infos.data();
+    auto* const mainData = frame.mainData.data();
     PROMISED(encodecFile(FILE_TYPE_HX, infos, count, mainData, block, size) == 1);
     const std::unique_ptr<unsigned char[]> owner(block);
     Bytes again(size);
-    unsigned long sizeAgain = 0;
-    PROMISED(encodecFileInto(FILE_TYPE_HX, infos, count, mainData, again.data(), size - 1,
-                             sizeAgain) == 0);
-    PROMISED(encodecFileInto(FILE_TYPE_HX, infos, count, mainData, again.data(), size, sizeAgain) ==
-             1);
-    PROMISED(sizeAgain == size && std::memcmp(block, again.data(), size) == 0);
+    unsigned long used = 0;
+    const auto packInto = [&](unsigned long room) {
+        return encodecFileInto(FILE_TYPE_HX, infos, count, mainData, again.data(), room, used);
+    };
+    PROMISED(packInto(size - 1) == 0 && packInto(size) == 1);
+    PROMISED(used == size && std::memcmp(block, again.data(), size) == 0);
     return again;
 }
 

@@ -22,21 +22,14 @@ using testing::HasSubstr;
 
 constexpr milliseconds kPatience{20000};
 
-class Script {
-  public:
-    explicit Script(const std::string& body)
-        : path_(std::filesystem::path(testing::TempDir()) /
-                ("child-" + std::to_string(getpid()) + ".sh")) {
-        std::ofstream(path_) << "#!/bin/sh\n" << body << '\n';
-        std::filesystem::permissions(path_, std::filesystem::perms::owner_all);
-    }
-    ~Script() { std::filesystem::remove(path_); }
-
-    hx::CaptureOptions options() const { return {.node = "/dev/video0", .childProgram = path_}; }
-
-  private:
-    std::filesystem::path path_;
-};
+// A child that is this script.
+hx::CaptureOptions scripted(const std::string& body) {
+    const std::string path = testing::TempDir() + "/child-" + std::to_string(getpid()) + ".sh";
+    std::filesystem::remove(path);
+    std::ofstream(path) << "#!/bin/sh\nrm \"$0\"\n" << body << '\n';
+    std::filesystem::permissions(path, std::filesystem::perms::owner_all);
+    return {.node = "/dev/video0", .childProgram = path};
+}
 
 hx::CaptureEvent waitFor(hx::CaptureSession& session, Kind kind) {
     for (;;) {
@@ -86,8 +79,7 @@ TEST(CaptureSession, NamesWhatTheChildDidWrong) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.label);
-        const Script script(row.script);
-        hx::CaptureSession session(script.options());
+        hx::CaptureSession session(scripted(row.script));
         const hx::CaptureEvent event = waitFor(session, Kind::ended);
         ASSERT_EQ(event.kind, Kind::ended);
         EXPECT_EQ(event.end, row.end);
@@ -97,9 +89,9 @@ TEST(CaptureSession, NamesWhatTheChildDidWrong) {
 }
 
 TEST(CaptureSession, HandsOutMessagesBeforeTheEndAsUtf8) {
-    const Script script(
-        "printf 'plain\\n\\316\\336\\267\\250: x\\n\\377\\n' >&2; printf 'unfinished' >&2; exit 1");
-    hx::CaptureSession session(script.options());
+    hx::CaptureSession session(
+        scripted("printf 'plain\\n\\316\\336\\267\\250: x\\n\\377\\n' >&2; printf 'unfinished' "
+                 ">&2; exit 1"));
     for (const char* const line : {"plain", "\xe6\x97\xa0\xe6\xb3\x95: x", "\\xff", "unfinished"}) {
         const hx::CaptureEvent event = session.wait(kPatience);
         EXPECT_EQ(event.kind, Kind::message);
@@ -110,8 +102,7 @@ TEST(CaptureSession, HandsOutMessagesBeforeTheEndAsUtf8) {
 }
 
 TEST(CaptureSession, EndsAChildThatDoesNotStop) {
-    const Script script("trap '' TERM INT; echo up >&2; exec sleep 60");
-    hx::CaptureSession session(script.options());
+    hx::CaptureSession session(scripted("trap '' TERM INT; echo up >&2; exec sleep 60"));
     ASSERT_EQ(waitFor(session, Kind::message).text, "up");
     const auto start = std::chrono::steady_clock::now();
     EXPECT_FALSE(session.stop(milliseconds(50)));
@@ -120,9 +111,8 @@ TEST(CaptureSession, EndsAChildThatDoesNotStop) {
 }
 
 TEST(CaptureSession, WaitsNoLongerThanAskedAndHearsAnInterrupt) {
-    const Script script("exec sleep 60");
     const hx::UniqueFd interrupt(eventfd(0, EFD_CLOEXEC));
-    hx::CaptureOptions options = script.options();
+    hx::CaptureOptions options = scripted("exec sleep 60");
     options.interruptFd = interrupt.get();
     hx::CaptureSession session(options);
     EXPECT_EQ(session.wait(milliseconds(1)).kind, Kind::timeout);

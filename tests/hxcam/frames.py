@@ -76,7 +76,6 @@ def frame_number(samples, identification):
 
 
 def pack(samples, identification, exposure):
-    """A container of a frame, as docs/container-format.md describes it."""
     values = np.asarray(samples).astype(int).ravel().tolist()
     entries = make_golden.frame(np.shape(samples)[1], values, identification, exposure, 1)
     return make_golden.container(values, entries)

@@ -9,7 +9,6 @@ import pytest
 from conftest import HXCAM, run_command
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-COMPLETION = ROOT / "tools/hxcam/completions/hxcam"
 COMMANDS = ("list", "get", "set", "capture", "info", "convert", "cube")
 
 
@@ -18,7 +17,7 @@ def options_in(text):
 
 
 def completed(*words):
-    script = f"""source "{COMPLETION}"; hxcam() {{ "{HXCAM}" "$@"; }}
+    script = f"""source "{ROOT}/tools/hxcam/completions/hxcam"; hxcam() {{ "{HXCAM}" "$@"; }}
         COMP_WORDS=(hxcam "$@"); COMP_CWORD=$#; _hxcam; echo "${{COMPREPLY[@]}}" """
     done = subprocess.run(["bash", "-c", script, "bash", *words], capture_output=True, text=True,
                           check=True)

@@ -20,12 +20,8 @@ class FakeCamera : public CameraBase {
         frames_ += more;
         changed_.notify_all();
     }
-    /// From now on getData does not wait, so that the handle can be closed at any time.
-    void letAllFrames() {
-        const std::lock_guard lock(mutex_);
-        endless_ = true;
-        changed_.notify_all();
-    }
+    /// So many that the handle can be closed at any time.
+    void letAllFrames() { letFrames(1 << 20); }
     int calls() {
         const std::lock_guard lock(mutex_);
         return calls_;
@@ -43,8 +39,8 @@ class FakeCamera : public CameraBase {
         std::unique_lock lock(mutex_);
         ++calls_;
         changed_.notify_all();
-        changed_.wait(lock, [&] { return endless_ || frames_ > 0; });
-        if (frames_ > 0) --frames_;
+        changed_.wait(lock, [&] { return frames_ > 0; });
+        --frames_;
         note("data");
         samples_.fill(static_cast<unsigned short>(calls_));
         return delivers ? samples_.data() : nullptr;
@@ -87,7 +83,6 @@ class FakeCamera : public CameraBase {
     std::mutex mutex_;
     std::condition_variable changed_;
     int frames_ = 0;
-    bool endless_ = false;
     int calls_ = 0;
     std::array<unsigned short, 4> samples_{};
 };

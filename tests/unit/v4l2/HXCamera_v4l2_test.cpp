@@ -170,7 +170,7 @@ TEST(Lookup, TakesTheLastNodeWhoseCardNameContainsTheText) {
                      {"/dev/videodev", "Webcam gadget: UVC Camera no. 0x"},
                      {"/dev/video0", "vivid"}};
     std::string path;
-    const auto find = [&](const char* fragment) { return find_device(fragment, path); };
+    const auto find = [&path](const char* fragment) { return find_device(fragment, path); };
     EXPECT_EQ(find("0x"), 0);
     EXPECT_EQ(path, "/dev/videodev");
     EXPECT_EQ(find(""), 0);
