@@ -386,15 +386,18 @@ def test_a_stall_ends_each_stream_after_its_frames():
         node.stream()
 
 
-PLAIN, MOSAIC = (camera("rate=0,scene=target", f"{model}-V01.0-1") for model in ("HX01", "HX02"))
+PLAIN = camera("rate=0,scene=target", "HX01-V01.0-1")
+MOSAIC, WHITE, DARK = (camera(f"rate=0,scene={scene}", "HX02-V01.0-1")
+                       for scene in ("target", "white", "dark"))
 
 
 @pytest.mark.parametrize("name, exposure, word", [
     (PLAIN, 156, 777 >> 2 | (777 & 3) << 8), (PLAIN, 10000, 255 | 3 << 8),
     (MOSAIC, 78, round(round(0.95 * 0.8 * 1023 / 2) * 64 * 0.91)),
-    (MOSAIC, 10000, round(1023 * 64 * 0.91)),
+    (MOSAIC, 10000, round(1023 * 64 * 0.91)), (DARK, 10000, 0),
+    (WHITE, 78, round(round(0.8 * 1023 / 2) * 64 * 0.91)),
 ])
-def test_the_targets_brightness_grows_with_the_exposure_up_to_the_top(name, exposure, word):
+def test_a_scenes_brightness_grows_with_the_exposure_up_to_the_top(name, exposure, word):
     node = Node(name)
     node.set(exposure)
     node.start(2)
