@@ -167,6 +167,7 @@ int Controls::set(v4l2_control& argument) const {
         return 0;
     }
     if (config.autoExposureHeld && run.autoExposure != V4L2_EXPOSURE_MANUAL) return -EACCES;
+    if (config.exposureError) return -config.exposureError;
     run.exposure = argument.value;
     return 0;
 }

@@ -44,7 +44,7 @@ std::string footer() {
         "Ends with the command's status (128 + N after signal N), 2 for a wrong option, 127 when "
         "the\n"
         "command is not found.\n",
-        keyHelp(), fmt::join(kCallNames, " "));
+        keyHelp(FrontEnd::preload), fmt::join(kCallNames, " "));
 }
 
 // Runs at each --camera and --foreign, so that the order of the command line is the order of the

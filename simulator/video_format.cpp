@@ -2,7 +2,6 @@
 // Formats of a node: one size, one pixel format, one rate. Whatever is asked for, that is what
 // comes.
 #include <cerrno>
-#include <cmath>
 #include <cstdio>
 #include <numeric>
 
@@ -13,7 +12,6 @@ namespace hx::sim {
 namespace {
 
 constexpr std::uint32_t kMetadataBufferBytes = 10240;
-constexpr double kRateWhenUnpaced = 1000.0;  // told by a camera that has no rate of its own
 
 v4l2_pix_format pixelFormat(const CameraConfig& config) {
     v4l2_pix_format format = {};
@@ -27,11 +25,9 @@ v4l2_pix_format pixelFormat(const CameraConfig& config) {
     return format;
 }
 
-// In units of 100 ns, as the device tells it.
-v4l2_fract frameInterval(const CameraConfig& config) {
-    const double rate = config.rate > 0 ? config.rate : kRateWhenUnpaced;
+v4l2_fract secondsPerFrame(const CameraConfig& config) {
     constexpr std::uint32_t kUnitsPerSecond = 10'000'000;
-    const auto units = static_cast<std::uint32_t>(std::lround(kUnitsPerSecond / rate));
+    const auto units = frameInterval(config);
     const auto divisor = std::gcd(units, kUnitsPerSecond);
     return {units / divisor, kUnitsPerSecond / divisor};
 }
@@ -66,7 +62,7 @@ int VideoNode::enumFrameInterval(v4l2_frmivalenum& argument) {
     argument.width = config().width;
     argument.height = config().height;
     argument.type = V4L2_FRMIVAL_TYPE_DISCRETE;
-    argument.discrete = frameInterval(config());
+    argument.discrete = secondsPerFrame(config());
     return 0;
 }
 
@@ -103,7 +99,7 @@ int VideoNode::getParameters(v4l2_streamparm& argument) {
     argument = {};
     argument.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
     argument.parm.capture.capability = V4L2_CAP_TIMEPERFRAME;
-    argument.parm.capture.timeperframe = frameInterval(config());
+    argument.parm.capture.timeperframe = secondsPerFrame(config());
     return 0;
 }
 
