@@ -156,31 +156,41 @@ bool UsbCamera::awaitWork(Lock& lock) {
     eventfd_t orders = 0;
     if (watched[1].revents) eventfd_read(wake_.get(), &orders);
     if (!watched[0].revents) return true;
-    const auto request = socket_->receive();
-    return request && handle(*request);
+    do {
+        const auto request = socket_->receive();
+        if (!request) return false;
+        handle(*request);
+    } while (socket_->hasRequest());
+    return true;
 }
 
-bool UsbCamera::handle(const Request& request) {
-    if (const auto* unlink = std::get_if<Unlink>(&request)) return handleUnlink(*unlink);
-    return handleTransfer(std::get<Submit>(request));
+void UsbCamera::handle(const Request& request) {
+    if (const auto* unlink = std::get_if<Unlink>(&request)) {
+        handleUnlink(*unlink);
+    } else {
+        handleTransfer(std::get<Submit>(request));
+    }
 }
 
-bool UsbCamera::handleUnlink(const Unlink& request) {
+void UsbCamera::handleUnlink(const Unlink& request) {
     const auto late = std::find_if(late_.begin(), late_.end(), [&](const LateAnswer& answer) {
         return answer.request.sequence == request.victim;
     });
     const bool wasLate = late != late_.end();
     if (wasLate) late_.erase(late);
     const bool waited = wasLate || stream_.drop(request.victim);
-    return socket_->answer(request, waited ? kConnectionReset : 0);
+    socket_->answer(request, waited ? kConnectionReset : 0);
 }
 
-bool UsbCamera::handleTransfer(const Submit& request) {
+void UsbCamera::handleTransfer(const Submit& request) {
     if (request.endpoint == kStreamEndpoint && request.in) {
         stream_.take(request);
-        return true;
+        return;
     }
-    if (request.endpoint != 0) return socket_->answer(request, kStall);
+    if (request.endpoint != 0) {
+        socket_->answer(request, kStall);
+        return;
+    }
     const bool ofClass = (request.setup.bRequestType & USB_TYPE_MASK) == USB_TYPE_CLASS;
     const Reply reply =
         ofClass ? control_.handle(request.setup, request.data) : standardReply(request.setup);
@@ -188,15 +198,16 @@ bool UsbCamera::handleTransfer(const Submit& request) {
         const std::chrono::duration<double> delay(reply.delay);
         late_.push_back({request, reply.data,
                          Clock::now() + std::chrono::duration_cast<Clock::duration>(delay)});
-        return true;
+        return;
     }
     if (reply.commits) stream_.start(Clock::now());
-    return answerControl(request, reply.status, reply.data);
+    answerControl(request, reply.status, reply.data);
 }
 
-bool UsbCamera::answerControl(const Submit& request, int status, const Bytes& data) {
-    return socket_->answer(
-        request, status, std::span(data).first(std::min<std::size_t>(data.size(), request.length)));
+void UsbCamera::answerControl(const Submit& request, int status, const Bytes& data) {
+    const auto size = std::min<std::size_t>(data.size(), request.length);
+    socket_->answer(request, status, std::span(data).first(size));
+    socket_->flush();  // whose failure the next one tells too
 }
 
 Reply UsbCamera::standardReply(const usb_ctrlrequest& setup) {
@@ -235,32 +246,34 @@ Reply UsbCamera::standardReply(const usb_ctrlrequest& setup) {
     }
 }
 
-bool UsbCamera::answerLate() {
+void UsbCamera::answerLate() {
     const auto now = Clock::now();
     for (auto answer = late_.begin(); answer != late_.end();) {
         if (answer->due > now) {
             ++answer;
             continue;
         }
-        if (!answerControl(answer->request, 0, answer->data)) return false;
+        answerControl(answer->request, 0, answer->data);
         answer = late_.erase(answer);
     }
-    return true;
 }
 
-bool UsbCamera::sendFrames() {
+void UsbCamera::sendFrames() {
     const auto now = Clock::now();
     while (!stream_.unplugDue(now)) {
         const auto piece = stream_.next(now);
-        if (!piece) break;
-        if (!socket_->answer(piece->transfer, 0, piece->data)) return false;
+        if (!piece) return;
+        socket_->answer(piece->transfer, 0, piece->data);
+        // The next frame is drawn where this one is.
+        if (piece->endsFrame) socket_->flush();
     }
-    return true;
 }
 
 // False ends the connection.
 bool UsbCamera::serveOnce(Lock& lock) {
-    if (!answerLate() || !sendFrames()) return false;
+    answerLate();
+    sendFrames();
+    if (!socket_->flush()) return false;
     if (stream_.unplugDue(Clock::now())) {
         camera_.run.unplugDone = true;
         leftAsPlanned_ = true;

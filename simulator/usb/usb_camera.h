@@ -70,12 +70,12 @@ class UsbCamera {
     bool serveOnce(Lock& lock);
     bool awaitWork(Lock& lock);
     std::optional<Clock::time_point> nextDeadline() const;
-    bool handle(const Request& request);
-    bool handleTransfer(const Submit& request);
-    bool handleUnlink(const Unlink& request);
-    bool answerLate();
-    bool sendFrames();
-    bool answerControl(const Submit& request, int status, const Bytes& data);
+    void handle(const Request& request);
+    void handleTransfer(const Submit& request);
+    void handleUnlink(const Unlink& request);
+    void answerLate();
+    void sendFrames();
+    void answerControl(const Submit& request, int status, const Bytes& data);
     Reply standardReply(const usb_ctrlrequest& setup);
     void wake();
 

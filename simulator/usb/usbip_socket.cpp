@@ -9,7 +9,9 @@
 #include <unistd.h>
 
 #include <array>
+#include <bit>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <utility>
 
@@ -49,11 +51,6 @@ constexpr milliseconds kFinishPatience{2000};
 
 using Bytes = std::span<const std::byte>;
 
-template <typename Value>
-Bytes bytesOf(const Value& value) {
-    return std::as_bytes(std::span(&value, 1));
-}
-
 iovec vectorOf(Bytes bytes) {
     return {const_cast<std::byte*>(bytes.data()), bytes.size()};
 }
@@ -69,23 +66,24 @@ UsbipSocket::~UsbipSocket() {
     close(descriptor_);
 }
 
-bool UsbipSocket::receiveAll(std::span<std::byte> bytes) {
-    while (!bytes.empty()) {
-        const auto count = recv(descriptor_, bytes.data(), bytes.size(), MSG_WAITALL);
+// Transfers come in bursts: as much is read at once as there is.
+bool UsbipSocket::receiveAtLeast(std::size_t size) {
+    while (received_.size() < size) {
+        const auto count = recv(descriptor_, buffer_.data(), buffer_.size(), 0);
         if (count < 0 && errno == EINTR) continue;
         if (count <= 0) return false;
-        bytes = bytes.subspan(static_cast<std::size_t>(count));
+        received_.insert(received_.end(), buffer_.begin(), buffer_.begin() + count);
     }
     return true;
 }
 
 std::optional<Request> UsbipSocket::receive() {
+    if (!receiveAtLeast(sizeof(Message))) return std::nullopt;
     Message message = {};
-    if (!receiveAll(std::as_writable_bytes(std::span(&message, 1)))) return std::nullopt;
+    std::memcpy(&message, received_.data(), sizeof message);
     const auto sequence = be32toh(message.sequence);
     const auto command = be32toh(message.command);
-    if (command == Command::unlink) return Unlink{sequence, be32toh(message.detail0)};
-    if (command != Command::submit) return std::nullopt;
+    if (command != Command::submit && command != Command::unlink) return std::nullopt;
 
     Submit request;
     request.sequence = sequence;
@@ -94,32 +92,18 @@ std::optional<Request> UsbipSocket::receive() {
     request.length = be32toh(message.detail1);
     request.packets = be32toh(message.packets);
     request.setup = message.setup;
-    if (!request.in) {
-        if (request.length > kMostOutBytes) return std::nullopt;
-        request.data.resize(request.length);
-        if (!receiveAll(request.data)) return std::nullopt;
-    }
+    const bool hasData = command == Command::submit && !request.in;
+    if (hasData && request.length > kMostOutBytes) return std::nullopt;
+    const auto size = sizeof message + (hasData ? request.length : 0);
+    if (!receiveAtLeast(size)) return std::nullopt;
+    const auto end = received_.begin() + static_cast<std::ptrdiff_t>(size);
+    request.data.assign(received_.begin() + sizeof message, end);
+    received_.erase(received_.begin(), end);
+    if (command == Command::unlink) return Unlink{sequence, be32toh(message.detail0)};
     return request;
 }
 
-bool UsbipSocket::sendAll(Bytes head, Bytes data) {
-    while (!head.empty() || !data.empty()) {
-        std::array parts = {vectorOf(head), vectorOf(data)};
-        msghdr message = {};
-        message.msg_iov = parts.data();
-        message.msg_iovlen = parts.size();
-        const auto sent = sendmsg(descriptor_, &message, MSG_NOSIGNAL);
-        if (sent < 0 && errno == EINTR) continue;
-        if (sent <= 0) return false;
-        const auto count = static_cast<std::size_t>(sent);
-        const auto ofHead = std::min(count, head.size());
-        head = head.subspan(ofHead);
-        data = data.subspan(count - ofHead);
-    }
-    return true;
-}
-
-bool UsbipSocket::answer(const Submit& request, int status, Bytes data) {
+void UsbipSocket::answer(const Submit& request, int status, Bytes data) {
     Message message = {};
     message.command = htobe32(Command::submitAnswer);
     message.sequence = htobe32(request.sequence);
@@ -127,15 +111,40 @@ bool UsbipSocket::answer(const Submit& request, int status, Bytes data) {
     const auto used = request.in ? data.size() : request.data.size();
     message.detail1 = htobe32(static_cast<std::uint32_t>(status ? 0 : used));
     message.packets = htobe32(request.packets);
-    return sendAll(bytesOf(message), request.in ? data : Bytes{});
+    answers_.push_back({std::bit_cast<std::array<std::byte, kMessageBytes>>(message),
+                        request.in && !status ? data : Bytes{}});
 }
 
-bool UsbipSocket::answer(const Unlink& request, int status) {
+void UsbipSocket::answer(const Unlink& request, int status) {
     Message message = {};
     message.command = htobe32(Command::unlinkAnswer);
     message.sequence = htobe32(request.sequence);
     message.detail0 = htobe32(static_cast<std::uint32_t>(status));
-    return sendAll(bytesOf(message), {});
+    answers_.push_back({std::bit_cast<std::array<std::byte, kMessageBytes>>(message), {}});
+}
+
+bool UsbipSocket::flush() {
+    std::vector<iovec> parts;
+    for (const Answer& answer : answers_) {
+        parts.push_back(vectorOf(answer.message));
+        parts.push_back(vectorOf(answer.data));
+    }
+    for (std::size_t done = 0; done < parts.size() && !lost_;) {
+        msghdr message = {};
+        message.msg_iov = &parts[done];
+        message.msg_iovlen = std::min<std::size_t>(parts.size() - done, IOV_MAX);
+        const auto sent = sendmsg(descriptor_, &message, MSG_NOSIGNAL);
+        if (sent < 0 && errno == EINTR) continue;
+        lost_ = sent < 0;
+        if (lost_) break;
+        auto count = static_cast<std::size_t>(sent);
+        while (done < parts.size() && count >= parts[done].iov_len) count -= parts[done++].iov_len;
+        if (count == 0) continue;
+        parts[done].iov_base = static_cast<std::byte*>(parts[done].iov_base) + count;
+        parts[done].iov_len -= count;
+    }
+    answers_.clear();
+    return !lost_;
 }
 
 // Only our sending half is shut: the host reads to the end of what was sent, then closes. Closing

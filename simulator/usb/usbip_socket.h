@@ -5,6 +5,7 @@
 
 #include <linux/usb/ch9.h>
 
+#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -46,19 +47,34 @@ class UsbipSocket {
 
     // Blocks for one request. Nothing: the host has closed, or what it says is no USB/IP.
     std::optional<Request> receive();
+    // A request has been read already that receive() has not returned yet.
+    bool hasRequest() const { return received_.size() >= kMessageBytes; }
 
-    // `status` is 0 or -errno in the host's numbers. False: the host is gone.
-    bool answer(const Submit& request, int status, std::span<const std::byte> data = {});
-    bool answer(const Unlink& request, int status);
+    // `status` is 0 or -errno in the host's numbers. The answer goes out with the next flush();
+    // until then `data` must stay as it is.
+    void answer(const Submit& request, int status, std::span<const std::byte> data = {});
+    void answer(const Unlink& request, int status);
+    // False: the host is gone, now or since an earlier call.
+    bool flush();
 
     // Ends the connection. The host has read everything that was sent before it sees the end.
     void finish();
 
   private:
-    bool receiveAll(std::span<std::byte> bytes);
-    bool sendAll(std::span<const std::byte> head, std::span<const std::byte> data);
+    static constexpr std::size_t kMessageBytes = 48;
+
+    struct Answer {
+        std::array<std::byte, kMessageBytes> message;
+        std::span<const std::byte> data;
+    };
+
+    bool receiveAtLeast(std::size_t size);
 
     int descriptor_;
+    std::array<std::byte, 4096> buffer_;
+    std::vector<std::byte> received_;
+    std::vector<Answer> answers_;
+    bool lost_ = false;
 };
 
 }  // namespace hx::sim::usb

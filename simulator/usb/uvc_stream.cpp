@@ -96,7 +96,8 @@ std::optional<UvcStream::Piece> UvcStream::next(Clock::time_point now) {
     const auto size = std::min<std::size_t>(piece.transfer.length, payload_.size() - position_);
     piece.data = std::span(payload_).subspan(position_, size);
     position_ += size;
-    if (position_ == payload_.size()) endFrame(now);
+    piece.endsFrame = position_ == payload_.size();
+    if (piece.endsFrame) endFrame(now);
     return piece;
 }
 

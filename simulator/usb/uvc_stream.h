@@ -22,10 +22,11 @@ class UvcStream {
   public:
     using Clock = std::chrono::steady_clock;
 
-    // An answered transfer. `data` is valid until the next call.
+    // An answered transfer. `data` is valid until the next frame begins.
     struct Piece {
         Submit transfer;
         std::span<const std::byte> data;
+        bool endsFrame = false;
     };
 
     // `camera` stays the caller's, who may change it between calls.
