@@ -190,10 +190,6 @@ void disownCamera(int lockDescriptor, const NodeRef& node) {
     setLock(lockDescriptor, F_UNLCK, kOwnerBytes + instanceOf(node), false);
 }
 
-bool cameraOwnedElsewhere(int lockDescriptor, const NodeRef& node) {
-    return lockedElsewhere(lockDescriptor, kOwnerBytes + instanceOf(node));
-}
-
 void setPriorityLevel(int lockDescriptor, const NodeRef& node, std::uint32_t before,
                       std::uint32_t level) {
     const off_t first = kPriorityBytes + instanceOf(node) * kPriorityLevels;

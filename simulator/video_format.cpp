@@ -22,6 +22,9 @@ v4l2_pix_format pixelFormat(const CameraConfig& config) {
     format.bytesperline = config.width * 2;
     format.sizeimage = static_cast<std::uint32_t>(frameBytes(config));
     format.colorspace = V4L2_COLORSPACE_SRGB;
+    format.xfer_func = V4L2_XFER_FUNC_709;
+    format.ycbcr_enc = V4L2_YCBCR_ENC_601;
+    format.priv = V4L2_PIX_FMT_PRIV_MAGIC;
     return format;
 }
 
@@ -30,6 +33,11 @@ v4l2_fract secondsPerFrame(const CameraConfig& config) {
     const auto units = frameInterval(config);
     const auto divisor = std::gcd(units, kUnitsPerSecond);
     return {units / divisor, kUnitsPerSecond / divisor};
+}
+
+// These two requests do not care for the difference.
+bool isPictureType(std::uint32_t type) {
+    return type == V4L2_BUF_TYPE_VIDEO_CAPTURE || type == V4L2_BUF_TYPE_VIDEO_CAPTURE_MPLANE;
 }
 
 }  // namespace
@@ -92,6 +100,26 @@ int VideoNode::setFormat(v4l2_format& argument) {
     if (const int error = acquire()) return error;
     if (queue_->allocated()) return -EBUSY;
     return getFormat(argument);
+}
+
+// The driver cannot crop; it tells the picture's size by this request too.
+int VideoNode::getSelection(v4l2_selection& argument) {
+    if (!isPictureType(argument.type)) return -EINVAL;
+    if (argument.target != V4L2_SEL_TGT_CROP_DEFAULT &&
+        argument.target != V4L2_SEL_TGT_CROP_BOUNDS) {
+        return -EINVAL;
+    }
+    argument.flags = 0;
+    argument.r = {0, 0, config().width, config().height};
+    return 0;
+}
+
+int VideoNode::getCropLimits(v4l2_cropcap& argument) {
+    if (!isPictureType(argument.type)) return -EINVAL;
+    argument.bounds = {0, 0, config().width, config().height};
+    argument.defrect = argument.bounds;
+    argument.pixelaspect = {1, 1};
+    return 0;
 }
 
 int VideoNode::getParameters(v4l2_streamparm& argument) {

@@ -101,8 +101,8 @@ TEST(SimNode, RequestsThatMakeNoSenseGetTheDriversErrno) {
     EXPECT_EQ(errorOf(_IOWR('V', 200, int), &capability), ENOTTY);
     EXPECT_EQ(errorOf(VIDIOC_EXPBUF, &capability), ENOTTY);
     EXPECT_EQ(errorOf(VIDIOC_QUERYCAP, nullptr), EFAULT);
-    EXPECT_EQ(errorOf(VIDIOC_DQBUF, &buffer), EINVAL) << "no stream";
-    EXPECT_EQ(node.streamOn(), EINVAL) << "no ring";
+    EXPECT_EQ(errorOf(VIDIOC_DQBUF, &buffer), EBUSY) << "not the camera's owner";
+    EXPECT_EQ(node.streamOn(), EBUSY) << "not the camera's owner";
     // Programs pass requests as negative ints.
     EXPECT_EQ(errorOf(VIDIOC_QUERYCAP | 0xffffffff00000000UL, &capability), 0);
 
@@ -196,7 +196,7 @@ TEST(SimNode, MappingsMustFitABufferAndBeShared) {
 TEST(SimNode, ExposureIsClampedAndItsAbsenceIsAnError) {
     Node node(kFirst.path());
     EXPECT_EQ(node.exposure(), 156);
-    const int rows[][2] = {{0, 1}, {20000, 10000}, {-5, 1}, {200, 200}};
+    const int rows[][2] = {{0, 1}, {20000, 10000}, {-5, 10000}, {200, 200}};
     for (const auto& row : rows) {
         EXPECT_EQ(node.setExposure(row[0]), 0);
         EXPECT_EQ(node.exposure(), row[1]);
@@ -215,6 +215,8 @@ TEST(SimNode, ExposureIsClampedAndItsAbsenceIsAnError) {
 TEST(SimNode, AutoExposureHoldsTheExposureUntilItIsManual) {
     Node node(kHeld.path());
     EXPECT_EQ(node.setExposure(10), EACCES);
+    v4l2_control shutterPriority = {V4L2_CID_EXPOSURE_AUTO, V4L2_EXPOSURE_SHUTTER_PRIORITY};
+    EXPECT_EQ(node.call(VIDIOC_S_CTRL, &shutterPriority), EINVAL) << "not in this camera";
     v4l2_control manual = {V4L2_CID_EXPOSURE_AUTO, V4L2_EXPOSURE_MANUAL};
     EXPECT_EQ(node.call(VIDIOC_S_CTRL, &manual), 0);
     EXPECT_EQ(node.setExposure(10), 0);
