@@ -90,7 +90,7 @@ struct CameraConfig {
 
 struct CameraRun {
     std::int32_t exposure;
-    std::int32_t autoExposure;  // the menu entry of the auto-exposure control
+    bool exposureIsManual;  // the auto-exposure lets it go
 
     bool plugged;
     bool unplugDone;           // unplugs once, however often it is plugged in again
@@ -105,6 +105,13 @@ struct CameraRun {
 struct Camera {
     CameraConfig config;
     CameraRun run;
+
+    // What it has forgotten whenever it is plugged in.
+    void powerUp() {
+        run.exposure = config.exposureDefault;
+        run.exposureIsManual = false;
+    }
+    bool exposureIsHeld() const { return config.autoExposureHeld && !run.exposureIsManual; }
 };
 
 // A video device of another maker: it has a node and a name, and no extension unit.

@@ -49,8 +49,7 @@ Controls::Control Controls::describe(std::uint32_t id) const {
     const CameraConfig& config = cameraConfig(camera_);
     if (id == kExposure) {
         const StateLock state;
-        const bool held = config.autoExposureHeld &&
-                          state->cameras[camera_].run.autoExposure != V4L2_EXPOSURE_MANUAL;
+        const bool held = state->cameras[camera_].exposureIsHeld();
         return {id,
                 V4L2_CTRL_TYPE_INTEGER,
                 "Exposure Time, Absolute",
@@ -142,7 +141,11 @@ int Controls::get(v4l2_control& argument) const {
     if (argument.id == V4L2_CID_CAMERA_CLASS) return -EACCES;
     const StateLock state;
     const CameraRun& run = state->cameras[camera_].run;
-    argument.value = argument.id == kExposure ? run.exposure : run.autoExposure;
+    argument.value = run.exposure;
+    if (argument.id == kAutoExposure) {
+        argument.value =
+            run.exposureIsManual ? V4L2_EXPOSURE_MANUAL : V4L2_EXPOSURE_APERTURE_PRIORITY;
+    }
     return 0;
 }
 
@@ -176,13 +179,12 @@ int Controls::set(v4l2_control& argument) const {
 
 // Who sets the auto-exposure together with the exposure is taken at its word.
 bool Controls::exposureHeld(const v4l2_ext_controls& argument) const {
-    if (!cameraConfig(camera_).autoExposureHeld) return false;
     for (std::uint32_t i = argument.count; i-- > 0;) {
         const v4l2_ext_control& control = argument.controls[i];
         if (control.id == kAutoExposure) return control.value != V4L2_EXPOSURE_MANUAL;
     }
     const StateLock state;
-    return state->cameras[camera_].run.autoExposure != V4L2_EXPOSURE_MANUAL;
+    return state->cameras[camera_].exposureIsHeld();
 }
 
 // What the device answers to a value that the driver has let pass.
@@ -190,7 +192,7 @@ int Controls::apply(const v4l2_ext_control& control) const {
     const StateLock state;
     CameraRun& run = state->cameras[camera_].run;
     if (control.id == kAutoExposure) {
-        run.autoExposure = control.value;
+        run.exposureIsManual = control.value == V4L2_EXPOSURE_MANUAL;
         return 0;
     }
     if (const int error = cameraConfig(camera_).exposureError) return -error;

@@ -129,7 +129,7 @@ void replugWhenDue(SharedState& state) {
         run.metadataMinor = chooseMinor(state, run.metadataMinor, capture);
         run.captureMinor = capture;
         run.plugOrder = ++state.plugCounter;
-        run.exposure = config.exposureDefault;
+        state.cameras[i].powerUp();
         run.plugged = true;
     }
 }

@@ -3,7 +3,6 @@
 
 #include <endian.h>
 #include <linux/usb/ch9.h>
-#include <linux/videodev2.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 
@@ -61,8 +60,7 @@ void UsbCamera::connect(int socket) {
     const Lock lock(mutex_);
     descriptors_.emplace(camera_.config);
     socket_.emplace(socket);
-    camera_.run.exposure = camera_.config.exposureDefault;
-    camera_.run.autoExposure = V4L2_EXPOSURE_APERTURE_PRIORITY;
+    camera_.powerUp();
     configured_ = 0;
     leaving_ = false;
     leftAsPlanned_ = false;
@@ -101,6 +99,7 @@ bool UsbCamera::change(const CameraConfig& config) {
     if (serving_ && !holdsFor(config, camera_.config)) return false;
     if (config.unplugAfter != camera_.config.unplugAfter) camera_.run.unplugDone = false;
     camera_.config = config;
+    stream_.paceAnew(Clock::now());
     wake();
     return true;
 }

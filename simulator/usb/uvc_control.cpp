@@ -3,7 +3,6 @@
 
 #include <endian.h>
 #include <linux/usb/video.h>
-#include <linux/videodev2.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -150,9 +149,7 @@ Reply UvcControl::exposureTime(std::uint8_t request, Data data) {
     if (config.exposureError) {
         return refused(refusalCode(config.exposureError).value_or(Refusal::unknownReason));
     }
-    if (config.autoExposureHeld && camera_.run.autoExposure != V4L2_EXPOSURE_MANUAL) {
-        return refused(Refusal::wrongState);
-    }
+    if (camera_.exposureIsHeld()) return refused(Refusal::wrongState);
     if (data.size() != 4 || wanted < minimum || wanted > maximum) {
         return refused(Refusal::outOfRange);
     }
@@ -166,9 +163,8 @@ Reply UvcControl::exposureMode(std::uint8_t request, Data data) {
         return refused(Refusal::invalidControl);
     }
     if (request != UVC_SET_CUR) {
-        const bool manual = camera_.run.autoExposure == V4L2_EXPOSURE_MANUAL;
-        Number number = {1, manual ? kManualMode : kAperturePriorityMode, kAperturePriorityMode,
-                         kManualMode | kAperturePriorityMode};
+        const auto mode = camera_.run.exposureIsManual ? kManualMode : kAperturePriorityMode;
+        Number number = {1, mode, kAperturePriorityMode, kManualMode | kAperturePriorityMode};
         number.ranged = false;
         return answerNumber(request, number);
     }
@@ -176,8 +172,7 @@ Reply UvcControl::exposureMode(std::uint8_t request, Data data) {
     if (data.size() != 1 || (wanted != kManualMode && wanted != kAperturePriorityMode)) {
         return refused(Refusal::outOfRange);
     }
-    camera_.run.autoExposure =
-        wanted == kManualMode ? V4L2_EXPOSURE_MANUAL : V4L2_EXPOSURE_APERTURE_PRIORITY;
+    camera_.run.exposureIsManual = wanted == kManualMode;
     return {};
 }
 

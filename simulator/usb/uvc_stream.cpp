@@ -48,6 +48,10 @@ void UvcStream::pause(bool wanted, Clock::time_point now) {
     if (!wanted) due_ = std::max(due_, now);
 }
 
+void UvcStream::paceAnew(Clock::time_point now) {
+    due_ = std::min(due_, now + intervalOf(camera_.config));
+}
+
 bool UvcStream::drop(std::uint32_t sequence) {
     const auto found =
         std::find_if(waiting_.begin(), waiting_.end(),

@@ -37,6 +37,8 @@ class UvcStream {
     // As plugged in: no stream, nothing waits, no pause.
     void reset();
     void pause(bool wanted, Clock::time_point now);
+    // The rate may have changed.
+    void paceAnew(Clock::time_point now);
 
     void take(Submit transfer) { waiting_.push_back(std::move(transfer)); }
     // True if the transfer was still waiting; it is forgotten then.

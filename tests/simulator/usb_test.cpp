@@ -38,13 +38,18 @@ class Host {
 
     explicit Host(const std::string& keys, const std::string& identification = "HX02-V02.1-1A-L")
         : camera(parseUsbCamera(identification + "," + keys).config, [this] { left.set_value(); }) {
-        std::array<int, 2> ends = {};
-        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()), 0);
-        socket_ = ends[0];
-        camera.connect(ends[1]);
+        plug();
     }
     ~Host() { hangUp(); }
 
+    void plug() {
+        std::array<int, 2> ends = {};
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()), 0);
+        socket_ = ends[0];
+        camera.disconnect();
+        left = {};
+        camera.connect(ends[1]);
+    }
     void hangUp() {
         if (socket_ >= 0) close(socket_);
         socket_ = -1;
@@ -93,7 +98,8 @@ class Host {
 
     std::int64_t number(std::uint8_t request, std::uint16_t selector, std::uint16_t index,
                         std::uint16_t length) {
-        const auto answer = control(kClassIn, request, selector << 8, index, length);
+        const auto value16 = static_cast<std::uint16_t>(selector << 8);
+        const auto answer = control(kClassIn, request, value16, index, length);
         if (answer.status) return answer.status;
         std::uint32_t value = 0;
         std::memcpy(&value, answer.data.data(), std::min<std::size_t>(answer.data.size(), 4));
@@ -322,6 +328,8 @@ TEST(SimUsb, UnplugsAtItsMomentAndComesBackAsNew) {
         host.left.get_future().wait();
         EXPECT_FALSE(host.camera.connected());
         EXPECT_TRUE(host.camera.status().leftAsPlanned);
+        host.plug();
+        EXPECT_EQ(host.number(UVC_GET_CUR, 4, kExposure, 4), 156);
     }
 }
 
