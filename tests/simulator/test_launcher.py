@@ -34,6 +34,9 @@ def run(*words, **options):
         (["--camera", CAMERA + ",node=3", "--foreign", "B,node=4", "--", "true"], 2),
         (["--help"], 0),
         (["--version"], 0),
+        (["usb"], 2),
+        (["usb", "--camera", CAMERA + ",node=3"], 2),
+        (["usb", "--help"], 0),
     ],
 )
 def test_status(words, status):

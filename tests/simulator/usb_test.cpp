@@ -113,6 +113,13 @@ class Host {
         const Text wish(34);
         EXPECT_EQ(control(kClassOut, UVC_SET_CUR, 0x0200, 1, 34, wish).status, 0);
     }
+    // Gives up a transfer; false: it has been answered, or is being.
+    bool waited(std::uint32_t transfer) {
+        EXPECT_EQ(number(UVC_GET_LEN, 10, kUnit, 2), 32) << "all before is dealt with";
+        unlink(transfer);
+        const auto answer = receive();
+        return answer.command == 4 && answer.status == -104;
+    }
     // A frame with its header, fetched as the driver does: until a transfer comes back short.
     Text frame(std::uint32_t length) {
         Text whole;
@@ -143,6 +150,7 @@ TEST(SimUsb, DescriptorsAddUpAndTheUnitsAreAChain) {
         std::size_t told[2] = {};
         std::size_t found[2] = {};
         std::map<int, int> sources;
+        int bits = 0;
         std::size_t at = 0;
         for (int interface = -1; at + 2 < all.size() && all[at] > 0; at += all[at]) {
             const auto* part = &all[at];
@@ -151,6 +159,9 @@ TEST(SimUsb, DescriptorsAddUpAndTheUnitsAreAChain) {
             ASSERT_TRUE(interface == 0 || interface == 1);
             found[interface] += part[0];
             if (part[2] == UVC_VC_HEADER) told[interface] = part[interface ? 4 : 5];
+            // Bits of the exposure and of selector 10.
+            if (interface == 0 && part[2] == UVC_VC_INPUT_TERMINAL) bits |= part[15];
+            if (interface == 0 && part[2] == UVC_VC_EXTENSION_UNIT) bits |= part[25] << 8;
             const std::map<int, int> placeOfSource = {{3, 7}, {5, 4}, {6, 22}};
             const auto place = placeOfSource.find(part[2]);
             if (interface == 0 && place != placeOfSource.end()) {
@@ -163,6 +174,7 @@ TEST(SimUsb, DescriptorsAddUpAndTheUnitsAreAChain) {
         std::map<int, int> chain = {{3, 2}, {2, 1}};
         if (unitPresent) chain = {{3, 6}, {6, 2}, {2, 1}};
         EXPECT_EQ(sources, chain);
+        EXPECT_EQ(bits, unitPresent ? 0x208 : 0x008);
     }
 }
 
@@ -177,8 +189,10 @@ TEST(SimUsb, CardNameIsProductAndFunction) {
 }
 
 TEST(SimUsb, NegotiationOffersTheOnlyFormatWhateverIsWished) {
-    Host host("format=64x48,rate=10");
+    Host host("format=64x48,rate=0");
+    const auto transfer = host.bulk(16384);
     EXPECT_EQ(host.control(kClassOut, UVC_SET_CUR, 0x0100, 1, 34, Text(34, 0xff)).status, 0);
+    EXPECT_TRUE(host.waited(transfer)) << "a probe starts nothing";
     for (const auto request : {UVC_GET_CUR, UVC_GET_MIN, UVC_GET_MAX, UVC_GET_DEF}) {
         const auto answer =
             host.control(kClassIn, static_cast<std::uint8_t>(request), 0x0100, 1, 34);
@@ -187,7 +201,7 @@ TEST(SimUsb, NegotiationOffersTheOnlyFormatWhateverIsWished) {
         std::memcpy(&control, answer.data.data(), sizeof control);
         EXPECT_EQ(control.bFormatIndex, 1);
         EXPECT_EQ(control.bFrameIndex, 1);
-        EXPECT_EQ(control.dwFrameInterval, 1'000'000U);
+        EXPECT_EQ(control.dwFrameInterval, 10'000U);
         EXPECT_EQ(control.dwMaxVideoFrameSize, kSmallFrame);
         EXPECT_EQ(control.dwMaxPayloadTransferSize, kSmallFrame + 2) << "a frame is one payload";
     }
@@ -233,13 +247,18 @@ TEST(SimUsb, ExposureKeepsItsRangeAndItsRefusals) {
     EXPECT_EQ(host.setExposure(0x85, 3), kStall);
     EXPECT_EQ(host.refusal(), 4);
     EXPECT_EQ(host.number(UVC_GET_CUR, 4, kExposure, 4), 900);
+    EXPECT_EQ(host.refusal(), 0) << "not of the last request";
 
     CameraSpec spec = parseUsbCamera("X,exposure=2:900:300,exposure=refuse:EBUSY");
     EXPECT_TRUE(host.camera.change(spec.config)) << "may change at any time";
     EXPECT_EQ(host.setExposure(7, 0), kStall);
     EXPECT_EQ(host.refusal(), 1);
-    changeUsbCamera(spec, "exposure=1:900:300");
-    EXPECT_FALSE(host.camera.change(spec.config)) << "the driver has asked for the range";
+    for (const char* key : {"exposure=1:900:300", "exposure=2:901:300", "exposure=none",
+                            "xu=absent", "xu=length:3", "format=64x48", "serial=7"}) {
+        CameraSpec other = spec;
+        changeUsbCamera(other, key);
+        EXPECT_FALSE(host.camera.change(other.config)) << key << ": the driver has asked for it";
+    }
 
     Host held("auto-exposure=held");
     EXPECT_EQ(held.number(UVC_GET_CUR, 2, kExposure, 1), 8);
@@ -252,39 +271,39 @@ TEST(SimUsb, ExposureKeepsItsRangeAndItsRefusals) {
 
 TEST(SimUsb, FramesAreTheRampBehindATogglingHeader) {
     Host host("format=64x48,rate=0");
-    for (int stream = 0; stream < 2; ++stream) {
+    for (const bool atOnce : {false, true}) {
+        for (int i = 0; atOnce && i < 3; ++i) host.bulk(16384);
         host.commit();
         int lastHeader = 0;
         for (std::uint32_t f = 0; f < 3; ++f) {
-            EXPECT_EQ(host.setExposure(static_cast<std::uint8_t>(f + 1), 0), 0);
-            const auto frame = host.frame(f == 1 ? 512 : 16384);
+            const auto exposure = atOnce ? 3 : f + 1;
+            if (!atOnce) {
+                EXPECT_EQ(host.setExposure(static_cast<std::uint8_t>(exposure), 0), 0);
+            }
+            const auto frame = atOnce ? host.receive().data : host.frame(f == 1 ? 512 : 16384);
             ASSERT_EQ(frame.size(), kSmallFrame + 2);
             EXPECT_EQ(frame[0], 2);
             EXPECT_EQ(frame[1] & ~UVC_STREAM_FID, UVC_STREAM_EOH | UVC_STREAM_EOF);
             EXPECT_NE(frame[1], lastHeader);
             lastHeader = frame[1];
             for (std::size_t i = 0; i < kSmallFrame / 2; ++i) {
-                const auto word = i == 0 ? f + 1 : (i + 257 * f) % 65536;
+                const auto word = i == 0 ? exposure : (i + 257 * f) % 65536;
                 ASSERT_EQ(frame[2 + 2 * i] + 256U * frame[3 + 2 * i], word) << i << " of " << f;
             }
         }
         const auto end = host.control(USB_RECIP_ENDPOINT, USB_REQ_CLEAR_FEATURE, 0, 0x81, 0);
         EXPECT_EQ(end.status, 0);
+        EXPECT_TRUE(host.waited(host.bulk(512))) << "the stream has ended";
     }
 }
 
 TEST(SimUsb, UnlinkedTransfersAreNeverAnswered) {
     Host host("format=64x48,rate=0,xu=slow:3600");
     host.bulk(512);
-    const auto second = host.bulk(512);
-    host.unlink(second);
-    EXPECT_EQ(host.receive().status, -104);
+    EXPECT_TRUE(host.waited(host.bulk(512)));
     host.commit();
     EXPECT_EQ(host.receive().data.size(), 512U) << "the first still waited";
-    host.unlink(1);
-    const auto late = host.receive();
-    EXPECT_EQ(late.command, 4U);
-    EXPECT_EQ(late.status, 0) << "it was answered before";
+    EXPECT_FALSE(host.waited(1)) << "it was answered before";
 
     host.camera.pause(true);
     Text rest;
@@ -295,10 +314,8 @@ TEST(SimUsb, UnlinkedTransfersAreNeverAnswered) {
     }
     const Text ask = {kClassIn, UVC_GET_CUR, 0, 10, 0, 6, 32, 0};
     for (const auto waiting : {host.bulk(512), host.send(1, true, 0, {0, 32}, ask)}) {
-        host.unlink(waiting);
-        const auto answer = host.receive();
-        EXPECT_EQ(answer.command, 4U);
-        EXPECT_EQ(answer.status, -104);
+        EXPECT_TRUE(host.waited(waiting));
+        EXPECT_FALSE(host.waited(waiting)) << "forgotten";
     }
     host.camera.pause(false);
     EXPECT_EQ(host.frame(16384).size(), kSmallFrame + 2);
