@@ -93,7 +93,7 @@ int BufferQueue::queue(v4l2_buffer& argument) {
 int BufferQueue::dequeue(v4l2_buffer& argument) {
     Lock lock(mutex_);
     if (argument.type != V4L2_BUF_TYPE_VIDEO_CAPTURE) return -EINVAL;
-    if (argument.memory != V4L2_MEMORY_MMAP || !streaming_) return -EINVAL;
+    if (!streaming_) return -EINVAL;
     const auto stream = streams_;
     ++waiting_;
     turn_.notify_all();

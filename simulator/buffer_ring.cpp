@@ -27,7 +27,7 @@ v4l2_buffer BufferRing::describe(std::uint32_t index) const {
     answer.length = static_cast<std::uint32_t>(length(index));
     answer.m.offset = static_cast<std::uint32_t>(memory_->offset(index));
     answer.bytesused = buffer.bytesUsed;
-    answer.field = V4L2_FIELD_NONE;
+    answer.field = buffer.everFilled ? V4L2_FIELD_NONE : V4L2_FIELD_ANY;
     answer.sequence = buffer.sequence;
     answer.timestamp.tv_sec = buffer.nanoseconds / 1'000'000'000;
     answer.timestamp.tv_usec = buffer.nanoseconds % 1'000'000'000 / 1000;
@@ -61,6 +61,7 @@ std::uint32_t BufferRing::takeQueued() {
 void BufferRing::putFilled(std::uint32_t index, std::uint32_t sequence, std::int64_t nanoseconds) {
     Buffer& buffer = buffers_[index];
     buffer.holder = Holder::done;
+    buffer.everFilled = true;
     buffer.sequence = sequence;
     buffer.nanoseconds = nanoseconds;
     buffer.bytesUsed = static_cast<std::uint32_t>(frameBytes_);

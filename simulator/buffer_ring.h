@@ -61,6 +61,7 @@ class BufferRing {
         std::uint32_t sequence = 0;
         std::int64_t nanoseconds = 0;
         std::uint32_t bytesUsed = 0;
+        bool everFilled = false;
         std::shared_ptr<void> mark = std::make_shared<int>(0);
     };
 

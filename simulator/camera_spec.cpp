@@ -143,6 +143,10 @@ void setScene(CameraSpec& spec, std::string_view value) {
 
 void setExposure(CameraSpec& spec, std::string_view value) {
     CameraConfig& config = spec.config;
+    if (value == "accept" || value.starts_with("refuse:")) {
+        config.exposureError = value == "accept" ? 0 : parseErrno(splitAt(value, ':').second);
+        return;
+    }
     config.exposurePresent = value != "none";
     if (!config.exposurePresent) return;
     constexpr std::int32_t kHighest = std::numeric_limits<std::int32_t>::max();
@@ -166,7 +170,7 @@ void setRing(CameraSpec& spec, std::string_view value) {
 }
 
 void setFormat(CameraSpec& spec, std::string_view value) {
-    if (value == "refuse") {
+    if (value == "refuse" && spec.frontEnd == FrontEnd::preload) {
         spec.config.formatRefused = true;
         return;
     }
@@ -179,8 +183,14 @@ void setFormat(CameraSpec& spec, std::string_view value) {
 void setUnit(CameraSpec& spec, std::string_view value) {
     const auto [kind, detail] = splitAt(value, ':');
     CameraConfig& config = spec.config;
+    config.unitLength = kIdentificationBytes;
     if (value == "absent") {
         config.unitAnswer = UnitAnswer::absent;
+    } else if (value == "complete") {
+        config.unitAnswer = UnitAnswer::complete;
+    } else if (kind == "length") {
+        config.unitAnswer = UnitAnswer::complete;
+        config.unitLength = parseNumber<std::uint32_t>(detail, 1, 256);
     } else if (value == "short") {
         config.unitAnswer = UnitAnswer::cut;
     } else if (kind == "refuse") {
@@ -190,7 +200,7 @@ void setUnit(CameraSpec& spec, std::string_view value) {
         config.unitAnswer = UnitAnswer::slow;
         config.unitDelay = parseSeconds(detail);
     } else {
-        fail("use absent, refuse:ERRNO, slow:SECONDS or short");
+        fail("use complete, absent, refuse:ERRNO, slow:SECONDS, short or length:N");
     }
 }
 
@@ -205,16 +215,20 @@ void setStall(CameraSpec& spec, std::string_view value) {
 
 void setUnplug(CameraSpec& spec, std::string_view value) {
     const auto [frames, moment] = splitAt(value, ':');
+    const bool overUsb = spec.frontEnd == FrontEnd::usb;
     spec.config.unplugAfter = parseFrames(frames);
-    if (moment == "taken") {
+    // A device does not see when a frame is taken, a node not when half of it has come.
+    if (moment == "taken" && !overUsb) {
         if (spec.config.unplugAfter == 0) fail("no frame is taken before 0");
         spec.config.unplugMoment = UnplugMoment::taken;
     } else if (moment == "waiting") {
         spec.config.unplugMoment = UnplugMoment::waiting;
+    } else if (moment == "mid-frame" && overUsb) {
+        spec.config.unplugMoment = UnplugMoment::middle;
     } else if (moment == "blocked" || frames.size() == value.size()) {
         spec.config.unplugMoment = UnplugMoment::blocked;
     } else {
-        fail("the moment is blocked, taken or waiting");
+        fail(fmt::format("the moment is blocked, waiting or {}", overUsb ? "mid-frame" : "taken"));
     }
 }
 
@@ -240,25 +254,34 @@ struct Key {
     std::string_view name;
     Setter set;
     std::string_view form;
+    std::string_view usbForm;  // empty: means nothing to a camera on USB
     std::string_view meaning;
 };
 
+constexpr std::string_view kExposureForm = "MIN:MAX[:DEFAULT]|none|refuse:ERRNO|accept";
+constexpr std::string_view kUnitForm =
+    "complete|absent|refuse:ERRNO|slow:SECONDS|short|length:BYTES";
+
 constexpr Key kKeys[] = {
-    {"rate", setRate, "N", "frames per second; 0: as fast as they are taken (20)"},
-    {"exposure", setExposure, "MIN:MAX[:DEFAULT]|none", "range of the control (1:10000:156)"},
-    {"scene", setScene, "ramp|target|dark|white", "what the camera sees (ramp)"},
-    {"node", setNode, "N", "number of the capture node (the next free one)"},
-    {"card", setCard, "TEXT", "name of the device (Webcam gadget: UVC Camera)"},
-    {"serial", setSerial, "TEXT", "serial number of the device (none)"},
-    {"fault", addFault, "CALL:N=ERRNO", "the N-th CALL of a process fails; N = *: each one"},
-    {"ring", setRing, "N", "grants at most N buffers"},
-    {"format", setFormat, "refuse|WxH", "refuses formats, or grants this size"},
-    {"auto-exposure", setAutoExposure, "held", "an auto-exposure control holds the exposure"},
-    {"xu", setUnit, "absent|refuse:ERRNO|slow:SECONDS|short", "how the identification is told"},
-    {"access", setAccess, "denied", "open fails with EACCES"},
-    {"stall", setStall, "N", "nothing comes after N frames of a stream"},
-    {"unplug", setUnplug, "N[:blocked|taken|waiting]", "gone after N frames were taken"},
-    {"replug", setReplug, "SECONDS", "plugged in again that long after the unplug"},
+    {"rate", setRate, "N", "N", "frames per second; 0: as fast as they are taken (20)"},
+    {"exposure", setExposure, kExposureForm, kExposureForm,
+     "range of the control (1:10000:156), and whether it can be set (accept)"},
+    {"scene", setScene, "ramp|target|dark|white", "ramp|target|dark|white",
+     "what the camera sees (ramp)"},
+    {"node", setNode, "N", "", "number of the capture node (the next free one)"},
+    {"card", setCard, "TEXT", "TEXT", "name of the device (Webcam gadget: UVC Camera)"},
+    {"serial", setSerial, "TEXT", "TEXT", "serial number of the device (none)"},
+    {"fault", addFault, "CALL:N=ERRNO", "", "the N-th CALL of a process fails; N = *: each one"},
+    {"ring", setRing, "N", "", "grants at most N buffers"},
+    {"format", setFormat, "refuse|WxH", "WxH", "the only size (1600x1200); refuse: not even that"},
+    {"auto-exposure", setAutoExposure, "held", "held",
+     "an auto-exposure control holds the exposure"},
+    {"xu", setUnit, kUnitForm, kUnitForm, "how the identification is told (complete)"},
+    {"access", setAccess, "denied", "", "open fails with EACCES"},
+    {"stall", setStall, "N", "N", "nothing comes after N frames of a stream"},
+    {"unplug", setUnplug, "N[:blocked|taken|waiting]", "N[:blocked|waiting|mid-frame]",
+     "gone after N frames"},
+    {"replug", setReplug, "SECONDS", "SECONDS", "plugged in again that long after the unplug"},
 };
 
 const Key* findKey(std::string_view name) {
@@ -270,6 +293,9 @@ const Key* findKey(std::string_view name) {
 void setKey(CameraSpec& spec, std::string_view name, std::string_view value) {
     const Key* key = findKey(name);
     if (!key) fail(fmt::format("unknown key '{}'", name));
+    if (spec.frontEnd == FrontEnd::usb && key->usbForm.empty()) {
+        fail(fmt::format("'{}' means nothing to a camera on USB", name));
+    }
     try {
         key->set(spec, value);
     } catch (const SpecError& error) {
@@ -294,6 +320,7 @@ CameraSpec defaultSpec() {
     config.exposureMinimum = 1;
     config.exposureMaximum = 10000;
     config.exposureDefault = kDefaultExposure;
+    config.unitLength = kIdentificationBytes;
     config.ringLimit = -1;
     config.stallAfter = -1;
     config.unplugAfter = -1;
@@ -338,10 +365,20 @@ void readModelFile(CameraSpec& spec, const std::string& path) {
     if (!identified) fail(fmt::format("{}: no identification", path));
 }
 
+void checkTogether(const CameraSpec& spec) {
+    if (spec.config.replugAfter >= 0 && spec.config.unplugAfter < 0) {
+        fail("replug= needs unplug=");
+    }
+    if (spec.config.autoExposureHeld && !spec.config.exposurePresent) {
+        fail("auto-exposure= needs an exposure");
+    }
+}
+
 }  // namespace
 
-CameraSpec parseCamera(const std::string& text) {
+CameraSpec parseCamera(const std::string& text, FrontEnd frontEnd) {
     CameraSpec spec = defaultSpec();
+    spec.frontEnd = frontEnd;
     const auto parts = splitAtCommas(text);
     if (!parts[0].empty() && parts[0][0] == '@') {
         readModelFile(spec, unescape(parts[0].substr(1)));
@@ -349,13 +386,15 @@ CameraSpec parseCamera(const std::string& text) {
         setIdentification(spec, parts[0]);
     }
     for (std::size_t i = 1; i < parts.size(); ++i) setKeyText(spec, parts[i]);
-    if (spec.config.replugAfter >= 0 && spec.config.unplugAfter < 0) {
-        fail("replug= needs unplug=");
-    }
-    if (spec.config.autoExposureHeld && !spec.config.exposurePresent) {
-        fail("auto-exposure= needs an exposure");
-    }
+    checkTogether(spec);
     return spec;
+}
+
+void changeCamera(CameraSpec& spec, const std::string& text) {
+    CameraSpec changed = spec;
+    setKeyText(changed, text);
+    checkTogether(changed);
+    spec = changed;
 }
 
 ForeignSpec parseForeign(const std::string& text) {
@@ -371,10 +410,12 @@ ForeignSpec parseForeign(const std::string& text) {
     return {spec.config.card.data(), spec.node};
 }
 
-std::string keyHelp() {
+std::string keyHelp(FrontEnd frontEnd) {
     std::string text;
     for (const Key& key : kKeys) {
-        text += fmt::format("  {}={}\n        {}\n", key.name, key.form, key.meaning);
+        const auto form = frontEnd == FrontEnd::usb ? key.usbForm : key.form;
+        if (!form.empty())
+            text += fmt::format("  {}={}\n        {}\n", key.name, form, key.meaning);
     }
     return text;
 }

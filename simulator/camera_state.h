@@ -20,7 +20,7 @@ constexpr std::int32_t kDefaultExposure = 156;
 enum class Scene : std::uint32_t { ramp, target, dark, white };
 
 // The moment at which a camera with `unplug=` disappears.
-enum class UnplugMoment : std::uint32_t { blocked, taken, waiting };
+enum class UnplugMoment : std::uint32_t { blocked, taken, waiting, middle };
 
 // How the extension unit answers the identification query.
 enum class UnitAnswer : std::uint32_t { complete, absent, refused, slow, cut };
@@ -68,10 +68,12 @@ struct CameraConfig {
     std::int32_t exposureMinimum;
     std::int32_t exposureMaximum;
     std::int32_t exposureDefault;
+    std::int32_t exposureError;  // errno of each attempt to set it; 0: it can be set
 
     UnitAnswer unitAnswer;
-    std::int32_t unitError;  // errno for UnitAnswer::refused
-    double unitDelay;        // seconds for UnitAnswer::slow
+    std::int32_t unitError;    // errno for UnitAnswer::refused
+    double unitDelay;          // seconds for UnitAnswer::slow
+    std::uint32_t unitLength;  // of the answer, as the unit tells it
 
     std::int32_t ringLimit;  // -1: as many buffers as the driver grants
     bool formatRefused;
@@ -88,7 +90,7 @@ struct CameraConfig {
 
 struct CameraRun {
     std::int32_t exposure;
-    std::int32_t autoExposure;  // the menu entry of the auto-exposure control
+    bool exposureIsManual;  // the auto-exposure lets it go
 
     bool plugged;
     bool unplugDone;           // unplugs once, however often it is plugged in again
@@ -103,6 +105,13 @@ struct CameraRun {
 struct Camera {
     CameraConfig config;
     CameraRun run;
+
+    // What it has forgotten whenever it is plugged in.
+    void powerUp() {
+        run.exposure = config.exposureDefault;
+        run.exposureIsManual = false;
+    }
+    bool exposureIsHeld() const { return config.autoExposureHeld && !run.exposureIsManual; }
 };
 
 // A video device of another maker: it has a node and a name, and no extension unit.

@@ -5,6 +5,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <span>
 
 #include "state_link.h"
 
@@ -48,8 +49,7 @@ Controls::Control Controls::describe(std::uint32_t id) const {
     const CameraConfig& config = cameraConfig(camera_);
     if (id == kExposure) {
         const StateLock state;
-        const bool held = config.autoExposureHeld &&
-                          state->cameras[camera_].run.autoExposure != V4L2_EXPOSURE_MANUAL;
+        const bool held = state->cameras[camera_].exposureIsHeld();
         return {id,
                 V4L2_CTRL_TYPE_INTEGER,
                 "Exposure Time, Absolute",
@@ -67,7 +67,7 @@ Controls::Control Controls::describe(std::uint32_t id) const {
                 V4L2_EXPOSURE_APERTURE_PRIORITY,
                 1,
                 V4L2_EXPOSURE_APERTURE_PRIORITY,
-                V4L2_CTRL_FLAG_UPDATE};
+                0};
     }
     return {id,
             V4L2_CTRL_TYPE_CTRL_CLASS,
@@ -141,45 +141,75 @@ int Controls::get(v4l2_control& argument) const {
     if (argument.id == V4L2_CID_CAMERA_CLASS) return -EACCES;
     const StateLock state;
     const CameraRun& run = state->cameras[camera_].run;
-    argument.value = argument.id == kExposure ? run.exposure : run.autoExposure;
+    argument.value = run.exposure;
+    if (argument.id == kAutoExposure) {
+        argument.value =
+            run.exposureIsManual ? V4L2_EXPOSURE_MANUAL : V4L2_EXPOSURE_APERTURE_PRIORITY;
+    }
     return 0;
 }
 
-// Clamps like the driver: a value out of range is not refused.
-int Controls::checkValue(std::uint32_t id, std::int32_t& value) const {
-    if (!has(id)) return -EINVAL;
-    if (id == V4L2_CID_CAMERA_CLASS) return -EACCES;
-    if (id == kAutoExposure) {
-        return menuEntry(static_cast<std::uint32_t>(value)) ? 0 : -ERANGE;
+// Clamps like the driver: a value out of range is not refused, and a negative one is a very large
+// one. A menu entry is refused otherwise when it exists, but not in this camera.
+int Controls::checkValue(v4l2_ext_control& control) const {
+    const std::int32_t value = control.value;
+    if (control.id == kAutoExposure) {
+        if (menuEntry(static_cast<std::uint32_t>(value))) return 0;
+        return value >= V4L2_EXPOSURE_AUTO && value <= V4L2_EXPOSURE_APERTURE_PRIORITY ? -EINVAL
+                                                                                       : -ERANGE;
     }
     const CameraConfig& config = cameraConfig(camera_);
-    value = std::clamp(value, config.exposureMinimum, config.exposureMaximum);
+    control.value = static_cast<std::int32_t>(std::clamp(
+        static_cast<std::uint32_t>(value), static_cast<std::uint32_t>(config.exposureMinimum),
+        static_cast<std::uint32_t>(config.exposureMaximum)));
     return 0;
 }
 
 int Controls::set(v4l2_control& argument) const {
-    if (const int error = checkValue(argument.id, argument.value)) return error;
-    const CameraConfig& config = cameraConfig(camera_);
+    v4l2_ext_control control = {};
+    control.id = argument.id;
+    control.value = argument.value;
+    v4l2_ext_controls one = {};
+    one.count = 1;
+    one.controls = &control;
+    const int error = setMany(one);
+    if (!error) argument.value = control.value;
+    return error;
+}
+
+// Who sets the auto-exposure together with the exposure is taken at its word.
+bool Controls::exposureHeld(const v4l2_ext_controls& argument) const {
+    for (std::uint32_t i = argument.count; i-- > 0;) {
+        const v4l2_ext_control& control = argument.controls[i];
+        if (control.id == kAutoExposure) return control.value != V4L2_EXPOSURE_MANUAL;
+    }
+    const StateLock state;
+    return state->cameras[camera_].exposureIsHeld();
+}
+
+// What the device answers to a value that the driver has let pass.
+int Controls::apply(const v4l2_ext_control& control) const {
     const StateLock state;
     CameraRun& run = state->cameras[camera_].run;
-    if (argument.id == kAutoExposure) {
-        run.autoExposure = argument.value;
+    if (control.id == kAutoExposure) {
+        run.exposureIsManual = control.value == V4L2_EXPOSURE_MANUAL;
         return 0;
     }
-    if (config.autoExposureHeld && run.autoExposure != V4L2_EXPOSURE_MANUAL) return -EACCES;
-    run.exposure = argument.value;
+    if (const int error = cameraConfig(camera_).exposureError) return -error;
+    run.exposure = control.value;
     return 0;
 }
 
 int Controls::checkAll(v4l2_ext_controls& argument, bool forTrying) const {
     const auto which = argument.which;
-    if (which != V4L2_CTRL_WHICH_CUR_VAL && which != V4L2_CTRL_WHICH_DEF_VAL &&
-        which != V4L2_CTRL_CLASS_CAMERA) {
-        return -EINVAL;
-    }
+    if (which == V4L2_CTRL_WHICH_REQUEST_VAL) return -EINVAL;
     argument.request_fd = 0;
     argument.reserved[0] = 0;
     argument.error_idx = argument.count;
+    if (which != V4L2_CTRL_WHICH_CUR_VAL && which != V4L2_CTRL_WHICH_DEF_VAL &&
+        which != V4L2_CTRL_CLASS_CAMERA && argument.count > 0) {
+        return -EINVAL;
+    }
     for (std::uint32_t i = 0; i < argument.count; ++i) {
         const auto id = argument.controls[i].id;
         argument.controls[i].reserved2[0] = 0;
@@ -208,21 +238,28 @@ int Controls::getMany(v4l2_ext_controls& argument) const {
         }
         control.value = one.value;
     }
+    argument.error_idx = 0;
     return 0;
 }
 
+// All or nothing, up to the device: only its refusal names the control.
 int Controls::setMany(v4l2_ext_controls& argument) const {
     if (argument.which == V4L2_CTRL_WHICH_DEF_VAL) return -EINVAL;
     if (const int error = checkAll(argument, false)) return error;
-    for (std::uint32_t i = 0; i < argument.count; ++i) {
-        v4l2_ext_control& control = argument.controls[i];
-        v4l2_control one = {control.id, control.value};
-        if (const int error = set(one)) {
-            argument.error_idx = i;
+    const std::span controls(argument.controls, argument.count);
+    for (v4l2_ext_control& control : controls) {
+        if (control.id == kExposure && exposureHeld(argument)) return -EACCES;
+    }
+    for (v4l2_ext_control& control : controls) {
+        if (const int error = checkValue(control)) return error;
+    }
+    for (const v4l2_ext_control& control : controls) {
+        if (const int error = apply(control)) {
+            argument.error_idx = static_cast<std::uint32_t>(&control - controls.data());
             return error;
         }
-        control.value = one.value;
     }
+    argument.error_idx = 0;
     return 0;
 }
 
@@ -231,13 +268,12 @@ int Controls::tryMany(v4l2_ext_controls& argument) const {
     if (const int error = checkAll(argument, true)) return error;
     for (std::uint32_t i = 0; i < argument.count; ++i) {
         v4l2_ext_control& control = argument.controls[i];
-        std::int32_t value = control.value;
-        if (const int error = checkValue(control.id, value)) {
+        if (const int error = checkValue(control)) {
             argument.error_idx = i;
             return error;
         }
-        control.value = value;
     }
+    argument.error_idx = 0;
     return 0;
 }
 

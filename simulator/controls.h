@@ -30,7 +30,9 @@ class Controls {
     Control describe(std::uint32_t id) const;
     bool has(std::uint32_t id) const;
     int checkAll(v4l2_ext_controls& argument, bool forTrying) const;
-    int checkValue(std::uint32_t id, std::int32_t& value) const;
+    int checkValue(v4l2_ext_control& control) const;
+    bool exposureHeld(const v4l2_ext_controls& argument) const;
+    int apply(const v4l2_ext_control& control) const;
 
     std::uint32_t camera_;
 };

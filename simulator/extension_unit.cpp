@@ -10,6 +10,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstring>
+#include <vector>
 
 #include "state_link.h"
 #include "user_memory.h"
@@ -59,10 +60,12 @@ int answer(const uvc_xu_control_query& query, const Bytes& bytes) {
 }
 
 int answerCurrent(const CameraConfig& config, const uvc_xu_control_query& query) {
+    if (query.size != config.unitLength) return -ENOBUFS;
     Identification text = {};
-    if (query.size != text.size()) return -ENOBUFS;
     if (const int error = readIdentification(config, text)) return error;
-    return answer(query, text);
+    std::vector<std::uint8_t> whole(text.begin(), text.end());
+    whole.resize(config.unitLength);
+    return answer(query, whole);
 }
 
 }  // namespace
@@ -75,18 +78,19 @@ int queryExtensionUnit(std::uint32_t camera, const uvc_xu_control_query& query) 
         case UVC_GET_CUR:
             return answerCurrent(config, query);
         case UVC_GET_LEN:
-            return answer(query, std::array<std::uint8_t, 2>{kIdentificationBytes, 0});
+            return answer(query, std::array{static_cast<std::uint8_t>(config.unitLength),
+                                            static_cast<std::uint8_t>(config.unitLength >> 8)});
         case UVC_GET_INFO:
             return answer(query, std::array<std::uint8_t, 1>{kReadable});
         case UVC_SET_CUR:
-            return query.size == kIdentificationBytes ? -EBADRQC : -ENOBUFS;
+            return query.size == config.unitLength ? -EBADRQC : -ENOBUFS;
         case UVC_GET_MIN:
         case UVC_GET_MAX:
         case UVC_GET_RES:
         case UVC_GET_DEF:
             // The device knows no such request for this selector; the driver makes EIO of that
             // refusal.
-            return query.size == kIdentificationBytes ? -EIO : -ENOBUFS;
+            return query.size == config.unitLength ? -EIO : -ENOBUFS;
         default:
             return -EINVAL;
     }

@@ -17,6 +17,7 @@ namespace {
 
 constexpr std::size_t kRampPeriod = 65536;
 constexpr std::uint32_t kRampStep = 257;
+constexpr double kRateWhenUnpaced = 1000.0;
 
 }  // namespace
 
@@ -36,6 +37,11 @@ std::string_view identificationText(const CameraConfig& config) {
     const auto end = std::find(bytes.begin(), bytes.end(), 0);
     return {reinterpret_cast<const char*>(bytes.data()),
             static_cast<std::size_t>(end - bytes.begin())};
+}
+
+std::uint32_t frameInterval(const CameraConfig& config) {
+    const double rate = config.rate > 0 ? config.rate : kRateWhenUnpaced;
+    return static_cast<std::uint32_t>(std::lround(1e7 / rate));
 }
 
 FrameSource::FrameSource(const CameraConfig& config)

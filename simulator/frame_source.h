@@ -31,6 +31,10 @@ inline std::size_t frameBytes(const CameraConfig& config) {
     return std::size_t{config.width} * config.height * 2;
 }
 
+// The interval at which frames come, as a device tells it: in units of 100 ns. A camera that has no
+// rate of its own tells one that it does not reach.
+std::uint32_t frameInterval(const CameraConfig& config);
+
 // Draws frames. Everything that does not change from frame to frame is prepared once, so that
 // drawing is little more than a copy. One thread at a time.
 class FrameSource {

@@ -14,6 +14,7 @@
 #include "call_names.h"
 #include "camera_spec.h"
 #include "command_run.h"
+#include "simulator/usb/usb_command.h"
 #include "state_setup.h"
 
 namespace {
@@ -43,8 +44,10 @@ std::string footer() {
         "  hx-sim --camera HX02-V02.1-12345A-L,fault=mmap:3=ENOMEM -- PROGRAM\n\n"
         "Ends with the command's status (128 + N after signal N), 2 for a wrong option, 127 when "
         "the\n"
-        "command is not found.\n",
-        keyHelp(), fmt::join(kCallNames, " "));
+        "command is not found.\n\n"
+        "hx-sim usb plugs cameras into the kernel instead, for every program; see hx-sim usb "
+        "--help.\n",
+        keyHelp(FrontEnd::preload), fmt::join(kCallNames, " "));
 }
 
 // Runs at each --camera and --foreign, so that the order of the command line is the order of the
@@ -119,6 +122,7 @@ int run(const Options& options, char** command) {
 }
 
 int launch(int argc, char** argv) {
+    if (argc > 1 && std::strcmp(argv[1], "usb") == 0) return usb::runUsb(argc - 1, argv + 1);
     Options options;
     CLI::App app(
         "Runs COMMAND with simulated cameras as /dev/video*: hx-sim [OPTIONS] -- COMMAND [ARG...]");

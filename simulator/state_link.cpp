@@ -129,7 +129,7 @@ void replugWhenDue(SharedState& state) {
         run.metadataMinor = chooseMinor(state, run.metadataMinor, capture);
         run.captureMinor = capture;
         run.plugOrder = ++state.plugCounter;
-        run.exposure = config.exposureDefault;
+        state.cameras[i].powerUp();
         run.plugged = true;
     }
 }
@@ -188,10 +188,6 @@ bool tryOwnCamera(int lockDescriptor, const NodeRef& node) {
 
 void disownCamera(int lockDescriptor, const NodeRef& node) {
     setLock(lockDescriptor, F_UNLCK, kOwnerBytes + instanceOf(node), false);
-}
-
-bool cameraOwnedElsewhere(int lockDescriptor, const NodeRef& node) {
-    return lockedElsewhere(lockDescriptor, kOwnerBytes + instanceOf(node));
 }
 
 void setPriorityLevel(int lockDescriptor, const NodeRef& node, std::uint32_t before,

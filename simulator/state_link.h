@@ -61,7 +61,6 @@ void holdNode(int lockDescriptor, std::uint32_t minor);
 // Tries to become the one user of a camera's stream.
 bool tryOwnCamera(int lockDescriptor, const NodeRef& node);
 void disownCamera(int lockDescriptor, const NodeRef& node);
-bool cameraOwnedElsewhere(int lockDescriptor, const NodeRef& node);
 
 // The priorities of V4L2: each open node of a camera has one, and the highest counts.
 void setPriorityLevel(int lockDescriptor, const NodeRef& node, std::uint32_t before,

@@ -2,7 +2,6 @@
 #include "state_setup.h"
 
 #include <fmt/format.h>
-#include <linux/videodev2.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -65,8 +64,7 @@ void addCamera(SharedState& state, const DeviceSpec& device, Taken& taken) {
     Camera& camera = state.cameras[state.cameraCount++];
     camera.config = device.camera.config;
     camera.run.plugged = true;
-    camera.run.exposure = camera.config.exposureDefault;
-    camera.run.autoExposure = V4L2_EXPOSURE_APERTURE_PRIORITY;
+    camera.powerUp();
     camera.run.plugOrder = ++state.plugCounter;
     const auto wished = wishedNode(device);
     camera.run.captureMinor = wished ? *wished : nextFree(taken, 0);

@@ -2,7 +2,6 @@
 // Formats of a node: one size, one pixel format, one rate. Whatever is asked for, that is what
 // comes.
 #include <cerrno>
-#include <cmath>
 #include <cstdio>
 #include <numeric>
 
@@ -13,7 +12,6 @@ namespace hx::sim {
 namespace {
 
 constexpr std::uint32_t kMetadataBufferBytes = 10240;
-constexpr double kRateWhenUnpaced = 1000.0;  // told by a camera that has no rate of its own
 
 v4l2_pix_format pixelFormat(const CameraConfig& config) {
     v4l2_pix_format format = {};
@@ -24,16 +22,22 @@ v4l2_pix_format pixelFormat(const CameraConfig& config) {
     format.bytesperline = config.width * 2;
     format.sizeimage = static_cast<std::uint32_t>(frameBytes(config));
     format.colorspace = V4L2_COLORSPACE_SRGB;
+    format.xfer_func = V4L2_XFER_FUNC_709;
+    format.ycbcr_enc = V4L2_YCBCR_ENC_601;
+    format.priv = V4L2_PIX_FMT_PRIV_MAGIC;
     return format;
 }
 
-// In units of 100 ns, as the device tells it.
-v4l2_fract frameInterval(const CameraConfig& config) {
-    const double rate = config.rate > 0 ? config.rate : kRateWhenUnpaced;
+v4l2_fract secondsPerFrame(const CameraConfig& config) {
     constexpr std::uint32_t kUnitsPerSecond = 10'000'000;
-    const auto units = static_cast<std::uint32_t>(std::lround(kUnitsPerSecond / rate));
+    const auto units = frameInterval(config);
     const auto divisor = std::gcd(units, kUnitsPerSecond);
     return {units / divisor, kUnitsPerSecond / divisor};
+}
+
+// These two requests do not care for the difference.
+bool isPictureType(std::uint32_t type) {
+    return type == V4L2_BUF_TYPE_VIDEO_CAPTURE || type == V4L2_BUF_TYPE_VIDEO_CAPTURE_MPLANE;
 }
 
 }  // namespace
@@ -66,7 +70,7 @@ int VideoNode::enumFrameInterval(v4l2_frmivalenum& argument) {
     argument.width = config().width;
     argument.height = config().height;
     argument.type = V4L2_FRMIVAL_TYPE_DISCRETE;
-    argument.discrete = frameInterval(config());
+    argument.discrete = secondsPerFrame(config());
     return 0;
 }
 
@@ -98,12 +102,32 @@ int VideoNode::setFormat(v4l2_format& argument) {
     return getFormat(argument);
 }
 
+// The driver cannot crop; it tells the picture's size by this request too.
+int VideoNode::getSelection(v4l2_selection& argument) {
+    if (!isPictureType(argument.type)) return -EINVAL;
+    if (argument.target != V4L2_SEL_TGT_CROP_DEFAULT &&
+        argument.target != V4L2_SEL_TGT_CROP_BOUNDS) {
+        return -EINVAL;
+    }
+    argument.flags = 0;
+    argument.r = {0, 0, config().width, config().height};
+    return 0;
+}
+
+int VideoNode::getCropLimits(v4l2_cropcap& argument) {
+    if (!isPictureType(argument.type)) return -EINVAL;
+    argument.bounds = {0, 0, config().width, config().height};
+    argument.defrect = argument.bounds;
+    argument.pixelaspect = {1, 1};
+    return 0;
+}
+
 int VideoNode::getParameters(v4l2_streamparm& argument) {
     if (argument.type != V4L2_BUF_TYPE_VIDEO_CAPTURE) return -EINVAL;
     argument = {};
     argument.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
     argument.parm.capture.capability = V4L2_CAP_TIMEPERFRAME;
-    argument.parm.capture.timeperframe = frameInterval(config());
+    argument.parm.capture.timeperframe = secondsPerFrame(config());
     return 0;
 }
 

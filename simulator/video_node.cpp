@@ -80,10 +80,9 @@ int VideoNode::acquire() {
     return owner_ ? 0 : -EBUSY;
 }
 
-// Someone else's stream is EBUSY; without any there is nothing to work on.
+// The driver makes no difference between a camera of somebody else and one of nobody.
 int VideoNode::checkOwner() const {
-    if (owner_) return 0;
-    return cameraOwnedElsewhere(lock_.get(), ref_) ? -EBUSY : -EINVAL;
+    return owner_ ? 0 : -EBUSY;
 }
 
 int VideoNode::checkPriority() {
@@ -132,7 +131,7 @@ int VideoNode::setPriority(std::uint32_t& argument) {
 int VideoNode::enumInput(v4l2_input& argument) {
     if (argument.index != 0) return -EINVAL;
     argument = {};
-    copyText(argument.name, sizeof argument.name, "Camera 1");
+    copyText(argument.name, sizeof argument.name, "Input 1");
     argument.type = V4L2_INPUT_TYPE_CAMERA;
     return 0;
 }
@@ -187,7 +186,7 @@ int VideoNode::streamOn(int& type) {
 
 int VideoNode::streamOff(int& type) {
     if (type != V4L2_BUF_TYPE_VIDEO_CAPTURE) return -EINVAL;
-    if (const int error = checkOwner()) return error == -EINVAL ? 0 : error;
+    if (const int error = checkOwner()) return error;
     return queue_->streamOff();
 }
 

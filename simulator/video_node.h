@@ -64,6 +64,8 @@ class VideoNode {
     int getFormat(v4l2_format& argument);
     int tryFormat(v4l2_format& argument);
     int setFormat(v4l2_format& argument);
+    int getSelection(v4l2_selection& argument);
+    int getCropLimits(v4l2_cropcap& argument);
     int getParameters(v4l2_streamparm& argument);
     int setParameters(v4l2_streamparm& argument);
 

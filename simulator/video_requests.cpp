@@ -86,6 +86,8 @@ const NodeRequests::Entry* NodeRequests::find(std::uint32_t request, NodeKind ki
         {&invoke<&Node::getFormat, v4l2_format>, VIDIOC_G_FMT, kCamera, kNoFault},
         {&invoke<&Node::tryFormat, v4l2_format>, VIDIOC_TRY_FMT, kCamera, kNoFault},
         {&invoke<&Node::setFormat, v4l2_format>, VIDIOC_S_FMT, kCamera, Call::setFormat, kGuarded},
+        {&invoke<&Node::getSelection, v4l2_selection>, VIDIOC_G_SELECTION, kCapture, kNoFault},
+        {&invoke<&Node::getCropLimits, v4l2_cropcap>, VIDIOC_CROPCAP, kCapture, kNoFault},
         {&invoke<&Node::getParameters, v4l2_streamparm>, VIDIOC_G_PARM, kCapture, kNoFault},
         {&invoke<&Node::setParameters, v4l2_streamparm>, VIDIOC_S_PARM, kCapture, kNoFault,
          kGuarded},

@@ -17,6 +17,7 @@ from conftest import CAMERA, HX_SIM, sim
     (["true"], 2), (["--camra", CAMERA, "--", "true"], 2),
     (["--camera", "X,node=3", "--foreign", "B,node=4", "--", "true"], 2),
     (["--foreign", "Card,rate=5", "--", "true"], 2), (["--help"], 0), (["--version"], 0),
+    (["usb"], 2), (["usb", "--camera", CAMERA + ",node=3"], 2), (["usb", "--help"], 0),
 ])
 def test_status(words, status):
     result = sim(*words)

@@ -183,6 +183,7 @@ def test_requests_are_taken_as_the_kernel_takes_them():
     assert raw(QUERYCAP, None) == (-1, EFAULT)
     # Programs pass requests as negative ints. Success leaves errno alone.
     assert raw(QUERYCAP - 2**32, bytes(104)) == (0, EXDEV)
+    assert error_of(node.dequeue) == EBUSY, "no ring of its own"
     node.request(2)
     assert error_of(node.format) == EBUSY, "a ring is there"
 
@@ -230,6 +231,7 @@ HELD = camera("auto-exposure=held")
 def test_an_automatic_exposure_holds_the_exposure_until_it_is_manual():
     node = Node(HELD)
     assert error_of(node.set, 10) == EACCES
+    assert error_of(node.set, 2, AUTO_EXPOSURE) == EINVAL, "a mode that this camera has not"
     node.set(1, AUTO_EXPOSURE)
     assert error_of(node.set, 10) == 0
 
