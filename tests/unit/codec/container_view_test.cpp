@@ -67,7 +67,7 @@ TEST(ContainerView, ReadsTheGoldenFilesInPlace) {
     for (const auto& [name, fault] : {std::pair{"big-endian.hxc", "big-endian"},
                                       {"overlap.hxc", "overlap"},
                                       {"swapped.hxc", "no container"}}) {
-        EXPECT_THAT([&] { viewOf(contents(name)); },
+        EXPECT_THAT([file = contents(name)] { viewOf(file); },
                     ThrowsMessage<hx::ContainerFault>(HasSubstr(fault)));
     }
 }

@@ -120,7 +120,8 @@ TEST(NineChannels, EqualThePlainRulesAtEachLevel) {
     for (int cols = 4; cols <= 70; ++cols) widths.push_back(cols);
     for (const int cols : widths) {
         for (const int rows : {4, 6, 7, 8, 12}) {
-            const double share = std::array{0., 0.02, 0.3, 0.95}[(cols + rows) % 4];
+            const double share =
+                std::array{0., 0.02, 0.3, 0.95}[static_cast<std::size_t>(cols + rows) % 4];
             for (const double masked : {-1., share}) {
                 compare(rows, cols, 480, 520, 0, masked);    // the first rule
                 compare(rows, cols, 350, 650, 0.1, masked);  // all of them
