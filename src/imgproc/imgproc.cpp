@@ -24,7 +24,7 @@ namespace {
 using namespace hx::imgproc;
 
 // In a window there are a triple on either side, and up to seven on the way to a cache line.
-constexpr int kStripe = 544;
+constexpr int kStripe = 272;
 static_assert(kStripe % kBlock == 0 && kStripe + kBlock + 2 <= kPlane);
 
 bool anySet(const bool* marks, int count) {
@@ -41,7 +41,7 @@ bool anySet(const bool* marks, int count) {
 
 struct Windows {
     MosaicWindow<double> values;
-    MosaicWindow<std::int8_t> masks;
+    MosaicWindow<std::int64_t> masks;
 };
 
 class Reconstruction {
@@ -109,7 +109,7 @@ void Reconstruction::loadRow(int row) {
 }
 
 void Reconstruction::loadMaskRow(int row) {
-    std::int8_t* const planes = windows_->masks.next();
+    std::int64_t* const planes = windows_->masks.next();
     const int column = 3 * first_;
     const int there = std::min(frame_.cols - column, kWindowRow);
     const bool* const in = mask_ + frame_.index(row, column);
@@ -119,7 +119,7 @@ void Reconstruction::loadMaskRow(int row) {
     if (!wasSet && !isSet) return;
     std::fill_n(planes, kWindowRow, 0);
     for (int i = 0; i < there; ++i) {
-        planes[i % 3 * kPlane + i / 3] = static_cast<std::int8_t>(in[i] ? -1 : 0);
+        planes[i % 3 * kPlane + i / 3] = in[i] ? -1 : 0;
     }
     windows_->masks.filled();
 }

@@ -37,6 +37,26 @@ constexpr Index offset(int phase, int dr, int dc, int steps) {
     return Index{steps} * dr * kWindowRow + Index{column % 3} * kPlane + column / 3 - 1;
 }
 
+// A window's values, seen from its corner three rows above and a triple before. All places are
+// positive from there, and even from it or from the value behind it, as arm64's loads have them.
+class Around {
+  public:
+    explicit Around(const double* centre) : even_(centre - kCorner), odd_(even_ + 1) {
+        asm("" : "+r"(odd_));  // is not to be seen as even_ and a constant
+    }
+    template <int Phase, int Dr, int Dc>
+    HX_INLINE Vec at(int steps) const {
+        const Index place = offset(Phase, Dr, Dc, steps) + kCorner;
+        return load(place % 2 == 0 ? even_ + place : odd_ + (place - 1));
+    }
+
+  private:
+    static constexpr Index kCorner = Index{kBorder} * kWindowRow + 1;
+
+    const double* even_;
+    const double* odd_;
+};
+
 struct Similar {
     Bits ahead;
     Bits behind;
@@ -60,14 +80,13 @@ constexpr std::int64_t kStopped = 1;  // here: its estimate needs a masked pixel
 
 // Whether each direction of a pixel needs a masked one.
 struct BesideMask {
-    const std::int8_t* mask;  // the triple's first pixel
+    const std::int64_t* mask;  // the triple's first pixel
     Bits stop[kChannels] = {};
 
     template <int Phase, int Dr, int Dc>
     HX_INLINE void look(Similar similar) {
-        const auto at = [&](int steps) HX_INLINE_LAMBDA {
-            return loadWide(mask + offset(Phase, Dr, Dc, steps));
-        };
+        const auto at = [&](int steps)
+                            HX_INLINE_LAMBDA { return load(mask + offset(Phase, Dr, Dc, steps)); };
         const Bits first = at(1) | at(3);
         const Bits second = at(-2) | at(-3);
         const Bits third = at(1) | at(-2);
@@ -76,10 +95,9 @@ struct BesideMask {
 };
 
 template <int Phase, int Dr, int Dc, class Mask>
-HX_INLINE void estimatePair(const double* p, Vec v, Vec inverse, Mask& mask, Vec& ahead,
+HX_INLINE void estimatePair(const Around& p, Vec v, Vec inverse, Mask& mask, Vec& ahead,
                             Vec& behind) {
-    const auto at = [&](int steps)
-                        HX_INLINE_LAMBDA { return load(p + offset(Phase, Dr, Dc, steps)); };
+    const auto at = [&](int steps) HX_INLINE_LAMBDA { return p.at<Phase, Dr, Dc>(steps); };
     const Vec slope = v - at(3);
     const Vec oppositeSlope = v - at(-3);
     const Bits aheadSimilar = magnitude(slope) * inverse <= kSimilar;
@@ -103,10 +121,10 @@ HX_INLINE ChannelRows channelRows(Vec* pixel, int rowPhase) {
 }
 
 template <int Phase, class Mask>
-HX_INLINE void estimatePixels(const double* p, Mask& mask, ChannelRows rows) {
+HX_INLINE void estimatePixels(const Around& p, Mask& mask, ChannelRows rows) {
     constexpr int left = (Phase + 2) % 3;
     constexpr int right = (Phase + 1) % 3;
-    const Vec v = load(p + Index{Phase} * kPlane);
+    const Vec v = p.at<Phase, 0, 0>(0);
     const Vec inverse = 1.0 / (v + kAvoidZero);
     estimatePair<Phase, -1, -1>(p, v, inverse, mask, rows.above[left], rows.below[right]);
     estimatePair<Phase, -1, 0>(p, v, inverse, mask, rows.above[Phase], rows.below[Phase]);
@@ -119,7 +137,7 @@ HX_INLINE void estimatePixels(const double* p, Mask& mask, ChannelRows rows) {
 // is not complete.
 template <int Phase>
 HX_INLINE Bits outcomesOf(const BesideMask& beside, ChannelRows rows) {
-    Bits alive = ~loadWide(beside.mask + Index{Phase} * kPlane);
+    Bits alive = ~load(beside.mask + Index{Phase} * kPlane);
     const auto next = [&](int direction) HX_INLINE_LAMBDA {
         const Bits stop = beside.stop[direction];
         const Bits result = (alive & ~stop & kWritten) | (alive & stop & kStopped);
@@ -157,9 +175,10 @@ HX_INLINE void workBlock(const double* centre, int rowPhase, double* output,
     NoMask mask;
     for (Index i = 0; i < kBlock; i += kLanes) {
         Vec values[kTripleValues];
-        estimatePixels<0>(centre + i, mask, channelRows(values, rowPhase));
-        estimatePixels<1>(centre + i, mask, channelRows(values + kChannels, rowPhase));
-        estimatePixels<2>(centre + i, mask, channelRows(values + 2 * Index{kChannels}, rowPhase));
+        const Around around(centre + i);
+        estimatePixels<0>(around, mask, channelRows(values, rowPhase));
+        estimatePixels<1>(around, mask, channelRows(values + kChannels, rowPhase));
+        estimatePixels<2>(around, mask, channelRows(values + 2 * Index{kChannels}, rowPhase));
         weave<1>(values, output + i * kTripleValues, storeLanes);
     }
 }
@@ -183,15 +202,15 @@ void estimate(const double* centre, int rowPhase, double* values) {
 }
 
 template <int Phase>
-HX_INLINE void estimateBesideMask(const double* centre, const std::int8_t* mask, int rowPhase,
+HX_INLINE void estimateBesideMask(const double* centre, const std::int64_t* mask, int rowPhase,
                                   Vec* values, Vec* outcomes, std::int64_t* incomplete) {
     BesideMask beside{mask};
     constexpr Index first = Index{Phase} * kChannels;
-    estimatePixels<Phase>(centre, beside, channelRows(values + first, rowPhase));
+    estimatePixels<Phase>(Around(centre), beside, channelRows(values + first, rowPhase));
     store(incomplete, outcomesOf<Phase>(beside, channelRows(outcomes + first, rowPhase)));
 }
 
-void workBesideMask(const double* centre, const std::int8_t* mask, int rowPhase, double* output,
+void workBesideMask(const double* centre, const std::int64_t* mask, int rowPhase, double* output,
                     Incomplete& incomplete) {
     // The next block's old values; behind the end of a row they are other ones, which does no harm.
     for (Index i = 0; i < kBlockValues; i += 8) __builtin_prefetch(output + kBlockValues + i, 1);

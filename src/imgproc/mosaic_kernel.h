@@ -28,7 +28,7 @@ struct Kernel {
     void (*estimate)(const double* centre, int rowPhase, double* values);
     // One block beside masked pixels, whose channels keep what they have or are cut off at 0;
     // `mask` is `centre` in the window of masks, -1 where one is.
-    void (*workBesideMask)(const double* centre, const std::int8_t* mask, int rowPhase,
+    void (*workBesideMask)(const double* centre, const std::int64_t* mask, int rowPhase,
                            double* output, Incomplete& incomplete);
     // To be called once, behind the last `work`.
     void (*finish)();

@@ -42,13 +42,6 @@ HX_INLINE Bits load(const std::int64_t* from) {
     return values;
 }
 
-HX_INLINE Bits loadWide(const std::int8_t* from) {
-    Bits values{};
-    // NOLINTNEXTLINE(bugprone-signed-char-misuse): -1 stays -1
-    for (int i = 0; i < kLanes; ++i) values[i] = from[i];
-    return values;
-}
-
 template <class Lanes, class Value>
 HX_INLINE void store(Value* to, Lanes values) {
     std::memcpy(to, &values, sizeof values);

@@ -12,11 +12,12 @@
 
 namespace hx::imgproc {
 
-// Wide enough for a frame of 1600 columns in one stripe. Constant, so that the kernel's addresses
-// are one pointer and constants.
-constexpr int kPlane = 560;
+// Wide enough for half of a frame of 1600 columns. Constant, so that the kernel's addresses are one
+// pointer and constants; and those are such that one load instruction holds them on arm64.
+constexpr int kPlane = 296;
 constexpr int kWindowRow = 3 * kPlane;
 constexpr int kWindowRows = 2 * kBorder + 1;
+static_assert(kWindowRows * kWindowRow * sizeof(double) < 65536);
 
 template <class Value>
 class MosaicWindow {

@@ -115,8 +115,8 @@ TEST(NineChannels, EqualThePlainRulesAtEachLevel) {
             ASSERT_EQ(job.mask, plain.mask);
         }
     };
-    // Each width around the blocks of 24 columns and the stripes of 1632, each small height.
-    std::vector<int> widths{1629, 1641, 1668};
+    // Each width around the blocks of 24 columns and the stripes of 816, each small height.
+    std::vector<int> widths{813, 825, 852, 1641};
     for (int cols = 4; cols <= 70; ++cols) widths.push_back(cols);
     for (const int cols : widths) {
         for (const int rows : {4, 6, 7, 8, 12}) {
