@@ -97,8 +97,9 @@ def test_the_time_out_is_for_each_frame(hxcam, folder):
 
 
 @pytest.mark.parametrize("args, told", [
-    ("--stretch", "--png"), ("-o - --png", "folder"), ("-o - --force", "folder"), ("-n -1", "whole"),
-    ("-n x", "whole"), ("--exposure 1e3", "whole"), ("--timeout 0", "no time"),
+    ("--stretch", "--png"), ("--null -o x", "--output"), ("--null --png", "--png"),
+    ("--null --force", "--force"), ("-o - --png", "folder"), ("-o - --force", "folder"),
+    ("-n -1", "whole"), ("-n x", "whole"), ("--exposure 1e3", "whole"), ("--timeout 0", "no time"),
     ("--timeout 5m", "no time"), ("--timeout nan", "no time"), ("--timeout 1e99s", "no time"),
     ("--frobnicate", "not expected"), ("extra", "not expected"),
 ])
@@ -177,6 +178,15 @@ def test_lost_frames_are_counted(hxcam, folder):
     assert came == sorted(set(came))
     told = int(re.search(r"(\d+) lost", result.err).group(1))
     assert told == came[-1] + 1 - 12 > 0
+
+
+def test_frames_for_nobody(hxcam, tmp_path):
+    result = hxcam("capture", "-n", 40, "--null", cameras=(HX02 + FAST,), cwd=tmp_path)
+    assert (result.code, result.out) == (OK, "")
+    assert re.match(r"40 frames, .* lost\n$", result.err)
+    assert files_in(tmp_path) == []
+    result = hxcam("capture", "-n", 40, "--null", cameras=(HX02 + FAST + ",unplug=9",), cwd=tmp_path)
+    assert result.code == LOST
 
 
 def test_a_camera_in_use_can_be_listed_and_set_but_not_captured(shell, tmp_path):

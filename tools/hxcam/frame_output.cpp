@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "frame_output.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <poll.h>
 #include <sys/stat.h>
@@ -17,6 +18,7 @@
 #include <system_error>
 #include <vector>
 
+#include "capture/unique_fd.h"
 #include "exit_code.h"
 #include "pending_file.h"
 #include "png_image.h"
@@ -98,17 +100,22 @@ class StreamOutput : public FrameOutput {
         }
         struct stat status {};
         const bool known = fstat(STDOUT_FILENO, &status) == 0;
-        mayBlock_ = !known || S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode);
+        if (known && !S_ISFIFO(status.st_mode) && !S_ISSOCK(status.st_mode)) return;
+        // The pipe once more: whether it blocks can then be chosen without choosing for others that
+        // have it open. Not possible for sockets, and for pipes of other users.
+        pipe_.reset(open("/proc/self/fd/1", O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+        mayBlock_ = !pipe_;
     }
 
     void store(std::uint64_t, const hx::ContainerView&,
                std::span<const std::byte> container) override {
+        const int fd = pipe_ ? pipe_.get() : STDOUT_FILENO;
         while (!container.empty()) {
+            if (mayBlock_) awaitReader();
             // So much never blocks once a pipe is ready; an interrupt can thus come through.
             const std::size_t most = mayBlock_ ? PIPE_BUF : container.size();
-            awaitReader();
-            const ssize_t size =
-                write(STDOUT_FILENO, container.data(), std::min(most, container.size()));
+            const ssize_t size = write(fd, container.data(), std::min(most, container.size()));
+            if (size < 0 && errno == EAGAIN) awaitReader();
             if (size < 0 && (errno == EINTR || errno == EAGAIN)) continue;
             if (size < 0 && errno == EPIPE) throw CommandError(exitFailed, "");
             if (size < 0) fail("cannot write to standard output", errno);
@@ -118,7 +125,6 @@ class StreamOutput : public FrameOutput {
 
   private:
     void awaitReader() const {
-        if (!mayBlock_) return;
         pollfd watched[] = {{STDOUT_FILENO, POLLOUT, 0}, {interrupt_.fd(), POLLIN, 0}};
         while (poll(watched, 2, -1) < 0 && errno == EINTR) {
         }
@@ -128,13 +134,21 @@ class StreamOutput : public FrameOutput {
     }
 
     const Interrupt& interrupt_;
-    bool mayBlock_ = true;
+    hx::UniqueFd pipe_;
+    bool mayBlock_ = false;
+};
+
+// The frames have been checked before they come here.
+class NullOutput : public FrameOutput {
+  public:
+    void store(std::uint64_t, const hx::ContainerView&, std::span<const std::byte>) override {}
 };
 
 }  // namespace
 
 std::unique_ptr<FrameOutput> openOutput(const CaptureCommandOptions& options,
                                         const Interrupt& interrupt) {
+    if (options.null) return std::make_unique<NullOutput>();
     if (options.toStdout()) return std::make_unique<StreamOutput>(interrupt);
     return std::make_unique<FolderOutput>(options);
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Where captured frames go: files of a folder, or standard output.
+// Where captured frames go: files of a folder, standard output, or nowhere.
 #pragma once
 
 #include <cstdint>

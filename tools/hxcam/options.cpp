@@ -138,17 +138,21 @@ CLI::App* addCapture(CLI::App& app, CaptureCommandOptions& options) {
     command->add_option("-n,--count", options.count, "Frames to take (default 1); 0: until Ctrl-C")
         ->check(checkDigits)
         ->type_name("N");
-    command
-        ->add_option("-o,--output", options.output,
-                     "Folder, made when missing (default .), or - for standard output")
-        ->type_name("DIR");
+    CLI::Option* const output =
+        command
+            ->add_option("-o,--output", options.output,
+                         "Folder, made when missing (default .), or - for standard output")
+            ->type_name("DIR");
     command->add_option("--exposure", options.exposure, "Exposure of all frames, units of 100 us")
         ->check(checkDigits)
         ->type_name("N");
     command->add_flag("--pull", options.pull, "Take frames one at a time instead of a stream");
-    command->add_flag("--png", options.png, "Also store each frame as 16-bit grey PNG");
+    CLI::Option* const png =
+        command->add_flag("--png", options.png, "Also store each frame as 16-bit grey PNG");
     command->add_flag("--stretch", options.stretch, "PNG: scale 10-bit samples to full brightness");
-    command->add_flag("--force", options.force, "Overwrite files");
+    CLI::Option* const force = command->add_flag("--force", options.force, "Overwrite files");
+    command->add_flag("--null", options.null, "Write nothing: check and count the frames")
+        ->excludes(output, png, force);
     command->add_flag("--quiet", options.quiet, "No progress, no summary");
     command->add_flag("--verbose", options.verbose, "Show the library's messages as they come");
     addTimeout(*command, options.timeout, "Longest wait for the start and for each frame");

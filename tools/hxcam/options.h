@@ -36,6 +36,7 @@ struct CaptureCommandOptions {
     bool stretch = false;
     std::optional<std::uint32_t> exposure;
     bool force = false;
+    bool null = false;
     bool quiet = false;
     bool verbose = false;
     std::chrono::milliseconds timeout{5000};
