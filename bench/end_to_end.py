@@ -1,0 +1,66 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
+"""Frames a second and processor time a frame of hxcam and others, on one simulated camera.
+
+    end_to_end.py BIN [REPETITIONS]
+
+The camera delivers as fast as frames are taken (rate=0). Each program runs for a few and for many
+frames, so that its start does not count. All processes of a run are counted, the simulator's work
+too: v4l2-ctl, which looks at no frame, shows how much that is.
+"""
+import os
+import statistics
+import subprocess
+import sys
+import time
+
+NODE = "/dev/video0"
+FEW = 50
+PROGRAMS = {
+    "v4l2-ctl --stream-mmap":
+        "v4l2-ctl -d {node} --stream-mmap=20 --stream-count={count}",
+    "ffmpeg -f v4l2 -f null":
+        "ffmpeg -v error -f v4l2 -i {node} -fps_mode passthrough -frames:v {count} -f null -",
+    "v4l2src ! fakesink":
+        "gst-launch-1.0 -q v4l2src device={node} num-buffers={count} ! fakesink sync=false",
+    "hxcam capture --null": "{bin}/hxcam capture -n {count} --null --quiet",
+    "hxcam capture --null --pull": "{bin}/hxcam capture -n {count} --null --quiet --pull",
+    "hxcam capture -o - | cat":
+        "sh -c '{bin}/hxcam capture -n {count} -o - --quiet | cat >/dev/null'",
+}
+
+
+def run(binaries, command, count):
+    """Seconds of the clock and of the processors; None when the program fails."""
+    command = command.replace("{bin}", binaries).replace("{node}", NODE)
+    words = [f"{binaries}/hx-sim", "--camera", "HX02-V02.1-12345A-L,rate=0", "--",
+             "sh", "-c", f"exec {command.replace('{count}', str(count))}"]
+    before, start = os.times(), time.monotonic()
+    done = subprocess.run(words, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=False)
+    after = os.times()
+    spent = (after.children_user + after.children_system
+             - before.children_user - before.children_system)
+    return (time.monotonic() - start, spent) if done.returncode == 0 else None
+
+
+def main():
+    binaries = os.path.abspath(sys.argv[1])
+    repetitions = int(sys.argv[2]) if len(sys.argv) > 2 else 5
+    many = FEW + (400 if repetitions > 1 else 10)
+    results = {name: [] for name in PROGRAMS}
+    for _ in range(repetitions):
+        for name, command in PROGRAMS.items():
+            short, long = (run(binaries, command, count) for count in (FEW, many))
+            if short and long:
+                results[name].append([(b - a) / (many - FEW) for a, b in zip(short, long)])
+    print("| end to end, simulated camera | frames/s | processor ms a frame |\n|---|---|---|")
+    for name, runs in results.items():
+        if not runs:
+            print(f"| {name:<28} | failed | |")
+            continue
+        clock, spent = (statistics.median(times) for times in zip(*runs))
+        print(f"| {name:<28} | {1 / max(clock, 1e-6):8.0f} | {1000 * spent:20.2f} |")
+
+
+if __name__ == "__main__":
+    main()
