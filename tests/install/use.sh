@@ -48,9 +48,9 @@ for way in make cmake; do
     hx-sim --camera HX02-V02.1-12345A-L --camera HX01-V01.0-22222E -- ./two_cameras >two
     lines two 2
     cat push-*.hxc >all.hxc
-    ./read_container all.hxc pull.hxc bracket-*.hxc >read
-    lines read 13
-    grep -c 'exposure 50 \|exposure 800 ' read | grep -qx 2 || failed "exposure of the frames"
+    ./read_container all.hxc pull.hxc bracket-*.hxc >frames
+    lines frames 13
+    grep -c 'exposure 50 \|exposure 800 ' frames | grep -qx 2 || failed "exposure of the frames"
 
     if hx-sim -- ./pull 2>said; then failed "pull without a camera"; fi
     grep -qx 'no camera found' said
