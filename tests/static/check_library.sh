@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
-# What the built library shows and needs:  check_library.sh LIBRARY MAP
+# What the built library shows and needs:  check_library.sh LIBRARY MAP VERSION
 set -euo pipefail
 library=$1
 map=$2
+version=$3
 
 # Names of the export list; the version node itself is an absolute symbol and no function.
 expected=$(sed -n '/global:/,/local:/s/^ *\([A-Za-z_]*\);$/\1/p' "$map" | sort)
@@ -14,7 +15,8 @@ if [ "$exported" != "$expected" ] || [ "$(wc -l <<<"$exported")" != 7 ]; then
 fi
 
 soname=$(readelf -dW "$library" | sed -n 's/.*SONAME.*\[\(.*\)\]/\1/p')
-if [ "$soname" != libhx_camera.so.1 ] || [ "$(basename "$(readlink -f "$library")")" != libhx_camera.so.1.0.1 ]; then
+if [ "$soname" != libhx_camera.so.1 ] ||
+    [ "$(basename "$(readlink -f "$library")")" != "libhx_camera.so.$version" ]; then
     echo "SONAME $soname, file $(readlink -f "$library")"
     exit 1
 fi
