@@ -5,6 +5,11 @@
 set -euo pipefail
 packages=(libhx-camera1 libhx-camera-dev hx-camera-tools)
 archives=(/test/libhx-camera1_*.deb /test/libhx-camera-dev_*.deb /test/hx-camera-tools_*.deb)
+# Made once, for all architectures, with those of the machine that builds.
+if compgen -G '/test/python3-hxcamera_*.deb' >/dev/null; then
+    packages+=(python3-hxcamera)
+    archives+=(/test/python3-hxcamera_*.deb)
+fi
 
 # Everything but what the package manager writes for itself.
 files() {
@@ -17,9 +22,14 @@ files >/tmp/before
 apt-get -qq update
 apt-get -qq install -y --no-install-recommends "${archives[@]}" \
     >/tmp/log 2>&1 || { cat /tmp/log; exit 1; }
-dpkg --verify "${packages[@]}"
+[ -z "$(dpkg --verify "${packages[@]}" | tee /dev/stderr)" ]
 
 runuser -u tester -- /test/use.sh /usr/share/doc/libhx-camera-dev/examples /test/README.md
+if [ ${#packages[@]} = 4 ]; then
+    runuser -u tester -- hx-sim --camera HX01-V01.0-22222E -- python3 -c '
+import hxcamera
+print("Python:", [frame.samples.shape for frame in hxcamera.Capture(count=2)])'
+fi
 
 apt-get -qq purge -y --autoremove "${packages[@]}" >/tmp/log 2>&1 || { cat /tmp/log; exit 1; }
 files >/tmp/after
