@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
-"""The shape of the tree: who may include whom, ASCII sources, bounded files.
+"""The shape of the tree: who may include whom, ASCII sources, bounded files, explained messages.
 
     check_tree.py ROOT
 """
@@ -61,9 +61,28 @@ def text_faults(root, path):
         yield f"{name}: more than {MOST_LINES} lines"
 
 
+def message_faults(root):
+    """What the library prints must be explained; these sources alone print."""
+    printing = {"v4l2/HXCamera_v4l2.cpp", "camera/camera_uvc_linux.cpp", "codec/file_codec.cpp"}
+    no_messages = {"/dev", "/dev/", "video", "uvc", "raw", "Webcam gadget: UVC Camera", ""}
+    page = (root / "docs/troubleshooting.md").read_text()
+    for path in sorted((root / "src").rglob("*.cpp")):
+        name = path.relative_to(root / "src").as_posix()
+        code = re.sub(r"//.*|#.*", "", path.read_text())
+        if name not in printing:
+            if re.search(r"perror|std(err|out)|\bc(err|out)\b|printf|puts", code):
+                yield f"src/{name}: prints"
+            continue
+        for text in set(re.findall(r'"(.*?)"', code)) - no_messages:
+            shown = re.sub(r"%u.*|\\n", "", text).replace("\\x", " ").strip()
+            shown = shown.lower() if "\\x" in text else shown
+            if not re.search(f"[`: ]{re.escape(shown)}[`: ]", page) and f"`{shown}" not in page:
+                yield f"docs/troubleshooting.md: nothing about '{shown}'"
+
+
 def main():
     root = pathlib.Path(sys.argv[1])
-    faults = []
+    faults = list(message_faults(root))
     checked = 0
     for folder in ("src", "simulator", "tools", "tests", "bench", "examples", "cmake"):
         for path in sorted((root / folder).rglob("*")):
