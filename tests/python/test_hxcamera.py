@@ -3,13 +3,16 @@
 
 import os
 import pathlib
+import subprocess
+import sys
 import time
 
 import hxcamera
 import numpy as np
 import pytest
 
-DATA = pathlib.Path(__file__).parent.parent / "data"
+TESTS = pathlib.Path(__file__).parent.parent
+DATA = TESTS / "data"
 CAMERA = "HX01-V01.3-67890E"
 
 
@@ -51,6 +54,15 @@ def test_faults_are_exceptions(cameras, options, error, text):
                 pass
         with pytest.raises(StopIteration):
             next(frames)
+
+
+def test_spectra_of_the_target_are_plotted(tmp_path):
+    script = TESTS.parent / "examples/plot_spectra.py"
+    words = simulated("HX02-V02.1-12345A-L,scene=target")[:-1] + [sys.executable, script]
+    path = os.pathsep.join([os.path.dirname(os.environ["HXCAM"]), os.environ["PATH"]])
+    subprocess.run([*words, tmp_path / "spectra.png"], check=True,
+                   env={**os.environ, "PATH": path, "MPLCONFIGDIR": str(tmp_path)})
+    assert (tmp_path / "spectra.png").read_bytes().startswith(b"\x89PNG")
 
 
 def test_a_child_that_hangs_is_ended():
