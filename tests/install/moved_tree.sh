@@ -20,5 +20,7 @@ fi
 export PATH=$tree/bin:$PATH
 export PKG_CONFIG_PATH=$tree/$libdir/pkgconfig
 export CMAKE_PREFIX_PATH=$tree
+# The commands find their libraries by themselves.
+hx-sim --camera HX02-V02.1-12345A-L -- hxcam capture --quiet -o "$folder/shot"
 export LD_LIBRARY_PATH=$tree/$libdir
 "$root/tests/install/use.sh" "$root/examples" "$root/README.md"

@@ -18,7 +18,7 @@ extract() { sed -n "/^\`\`\`$2\$/,/^\`\`\`\$/p" "$root/$1" | sed '1d;$d' >"progr
 extract README.md c
 "$2" -std=c11 -Wall -Wextra -Werror -I. program.c -L"$libraries" -lhx_camera \
     -Wl,-rpath,"$libraries" -o first
-$emulator "$6" --camera HX02-V02.1-12345A-L -- ./first | grep -qx '12345A-: 3840315 bytes in first.hxc'
+$emulator "$6" --camera HX02-V02.1-12345A-L -- ./first | grep -qx '3840315 bytes in first.hxc'
 [ "$(stat -c %s first.hxc)" = 3840315 ]
 
 extract docs/container-format.md cpp
