@@ -6,7 +6,7 @@ import subprocess
 
 import pytest
 
-from conftest import HXCAM, run_command
+from conftest import HX_SIM, HXCAM, run_command
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 COMMANDS = ("list", "get", "set", "capture", "info", "convert", "cube")
@@ -16,9 +16,10 @@ def options_in(text):
     return set(re.findall(r"--[a-z]+(?:-[a-z]+)*", text))
 
 
-def completed(*words):
-    script = f"""source "{ROOT}/tools/hxcam/completions/hxcam"; hxcam() {{ "{HXCAM}" "$@"; }}
-        COMP_WORDS=(hxcam "$@"); COMP_CWORD=$#; _hxcam; echo "${{COMPREPLY[@]}}" """
+def completed(*words, completion="tools/hxcam/completions/hxcam"):
+    script = f"""source "{ROOT}/{completion}"; hxcam() {{ "{HXCAM}" "$@"; }}
+        COMP_WORDS=(program "$@"); COMP_CWORD=$#; $(complete | sed 's/.*-F //; s/ .*//')
+        echo "${{COMPREPLY[@]}}" """
     done = subprocess.run(["bash", "-c", script, "bash", *words], capture_output=True, text=True,
                           check=True)
     return done.stdout.split()
@@ -41,3 +42,10 @@ def test_options_are_the_same_everywhere(command):
 ])
 def test_completion(words, answer):
     assert set(completed(*words)) == answer
+
+
+@pytest.mark.parametrize("words", [(), ("usb",)])
+def test_completion_of_hx_sim(words):
+    options = options_in(run_command([HX_SIM, *words, "--help"]).out)
+    answer = completed(*words, "-", completion="simulator/completions/hx-sim")
+    assert set(answer) - {"--"} == options - {"--list-devices"}
