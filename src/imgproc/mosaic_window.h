@@ -17,7 +17,7 @@ namespace hx::imgproc {
 constexpr int kPlane = 296;
 constexpr int kWindowRow = 3 * kPlane;
 constexpr int kWindowRows = 2 * kBorder + 1;
-static_assert(kWindowRows * kWindowRow * sizeof(double) < 65536);
+static_assert(sizeof(double) * kWindowRows * kWindowRow < 65536);
 
 template <class Value>
 class MosaicWindow {
