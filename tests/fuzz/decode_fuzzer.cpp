@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Any bytes, in either byte order, into decodecFile; in this machine's order ContainerView accepts
-// the same and reads the same.
+// the same and reads the same, and what was read is packed and read again.
 #include <cstring>
 #include <optional>
 #include <vector>
@@ -75,6 +75,29 @@ void ask(const hx::ContainerView& view, std::size_t size) {
     }
 }
 
+// Packing completes the entries: their offsets, and the value of TAG_DATA_OFFSET.
+void packAgain(const Decoded& decoded, FileType kind) {
+    const void* const mainData = decoded.mainData != nullptr ? decoded.mainData : "";
+    unsigned char* block = nullptr;
+    unsigned long size = 0;
+    PROMISED(encodecFile(kind, decoded.infos, decoded.count, mainData, block, size) == 1);
+    const std::unique_ptr<unsigned char[]> owner(block);
+    std::vector<unsigned char> packed(size);
+    const auto packInto = [&](unsigned long room) {
+        return encodecFileInto(kind, decoded.infos, decoded.count, mainData, packed.data(), room,
+                               size);
+    };
+    PROMISED(packInto(packed.size() - 1) == 0 && packInto(packed.size()) == 1);
+    PROMISED(size == packed.size() && std::equal(packed.begin(), packed.end(), block));
+
+    const hx::ContainerView view(packed.data(), packed.size());
+    view.requireOrder();
+    PROMISED(view.size() == packed.size() && view.entryCount() == decoded.count);
+    for (std::size_t i = 0; i < decoded.count; ++i) compareEntry(view.entry(i), decoded.infos[i]);
+    compareSamples(view, decoded.mainData);
+    PROMISED(Decoded(packed, kind).taken());
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
@@ -101,5 +124,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     for (std::size_t i = 0; i < decoded.count; ++i) compareEntry(view->entry(i), decoded.infos[i]);
     compareSamples(*view, decoded.mainData);
     ask(*view, size);
+    // Without that entry the reader would look for the samples at byte 0.
+    if (view->find(hx::Tag::dataOffset)) packAgain(decoded, FileType{kind});
     return 0;
 }

@@ -13,8 +13,8 @@ import struct
 import sys
 import threading
 import time
-from errno import (EACCES, EAGAIN, EBADRQC, EBUSY, EFAULT, EINTR, EINVAL, EIO, EMFILE,
-                   ENOBUFS, ENODEV, ENOENT, ENOMEM, ETIMEDOUT, EXDEV)
+from errno import (EACCES, EAGAIN, EBADRQC, EBUSY, EFAULT, EINTR, EINVAL, EIO, EMFILE, ENOBUFS,
+                   ENODEV, ENOENT, ETIMEDOUT, EXDEV)
 
 import pytest
 
@@ -204,25 +204,15 @@ def test_an_extension_unit_answers_like_the_driver(name, arguments, answer):
         assert error.errno == answer
 
 
-FAULTY = camera("rate=0,fault=open:2=EMFILE,fault=mmap:3=ENOMEM,fault=QBUF:6=EIO,"
-                "fault=S_CTRL:*=EIO,fault=DQBUF:2=EIO,fault=STREAMOFF:1=EIO,fault=munmap:1=EINVAL")
+FAULTY = camera("rate=0,fault=open:2=EMFILE,fault=DQBUF:2=EIO")
 
 
 def test_a_fault_hits_the_nth_call_of_its_kind_only():
     node = Node(FAULTY)
     assert [error_of(Node, FAULTY), error_of(Node, FAULTY)] == [EMFILE, 0]
-    assert [error_of(node.set, 5), error_of(node.set, 5)] == [EIO, EIO]
-    node.request(4)
-    assert [error_of(node.map, i) for i in (0, 1, 2, 3, 2)] == [0, 0, ENOMEM, 0, 0]
-    assert [error_of(node.queue, i) for i in range(4)] == [0, 0, 0, 0]
-    node.stream()
-    assert node.turn() == 0
-    assert error_of(node.dequeue) == EIO
-    index, sequence = node.dequeue()
-    assert sequence == 1, "the failed call took no frame"
-    assert [error_of(node.queue, index), error_of(node.queue, index)] == [EIO, 0]
-    assert [error_of(node.stream, False), error_of(node.stream, False)] == [EIO, 0]
-    assert LIBC.munmap(*node.places[0]) == -1 and ctypes.get_errno() == EINVAL
+    node.start(4)
+    assert node.turn() == 0 and error_of(node.dequeue) == EIO
+    assert node.turn() == 1, "the failed call took no frame"
 
 
 HELD = camera("auto-exposure=held")
@@ -340,7 +330,7 @@ def test_no_frame_comes_early_and_poll_tells_of_each():
     assert node.poll(0) == 0, "what was filled went with the stream"
 
 
-SILENT, STALLING = camera("stall=0"), camera("stall=3,rate=0")
+SILENT = camera("stall=0")
 
 
 def test_a_blocked_dequeue_holds_up_nobody_and_ends_with_the_stream():
@@ -374,14 +364,14 @@ def test_a_signal_breaks_a_blocked_dequeue_off():
     assert error == EINTR
 
 
+STALLING = camera("stall=3,rate=0")
+
+
 def test_a_stall_ends_each_stream_after_its_frames():
-    node = Node(STALLING, os.O_NONBLOCK)
+    node = Node(STALLING)
     node.start(4)
     for _ in range(2):
-        for _ in range(3):
-            assert node.poll() == select.POLLIN
-            node.turn()
-        assert node.poll(200) == 0
+        assert [node.turn() for _ in range(3)] == [0, 1, 2] and node.poll(200) == 0
         node.stream(False)
         for index in range(4):
             node.queue(index)
@@ -425,25 +415,7 @@ def test_an_unplug_wakes_who_polls_and_nothing_is_left():
     assert not {UNPLUGGED, metadata_of(UNPLUGGED)} & set(os.listdir("/dev"))
 
 
-def await_node(name):
-    end = time.monotonic() + 20
-    while name not in os.listdir("/dev") and time.monotonic() < end:
-        time.sleep(0.01)
-
-
-BACK, HELD_OPEN = (camera("rate=0,unplug=1:taken,replug=0.2") for _ in range(2))
-
-
-def test_a_camera_comes_back_under_its_old_numbers_and_stays():
-    node = Node(BACK)
-    node.start(4)
-    assert error_of(node.turn) == ENODEV
-    del node
-    await_node(BACK)
-    assert os.listdir("/dev").index(metadata_of(BACK)) < os.listdir("/dev").index(FIRST)
-    node = Node(BACK)
-    node.start(4)
-    assert [node.turn() for _ in range(8)] == list(range(8))
+HELD_OPEN = camera("rate=0,unplug=1:taken,replug=0.2")
 
 
 def test_a_number_that_is_held_open_is_not_given_again():
@@ -452,7 +424,9 @@ def test_a_number_that_is_held_open_is_not_given_again():
     node.start(4)
     assert error_of(node.turn) == ENODEV
     node.close()  # the mappings hold the old node
-    await_node(metadata_of(HELD_OPEN))
+    end = time.monotonic() + 20
+    while metadata_of(HELD_OPEN) not in os.listdir("/dev") and time.monotonic() < end:
+        time.sleep(0.01)
     assert len(os.listdir("/dev")) == count
     assert error_of(Node, HELD_OPEN) == ENOENT
     # The camera under its new number is the newest.

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The camera as a USB device, judged by a host that this test plays over a socket.
+// The camera as a USB device, judged by a host that this test plays over a socket: what a driver
+// does not do, or not at a moment of its own choice. What it does, a real one does in tests/system.
 #include <endian.h>
 #include <gtest/gtest.h>
 #include <linux/usb/ch9.h>
@@ -141,43 +142,6 @@ class Host {
     std::map<std::uint32_t, bool> incoming_;
 };
 
-TEST(SimUsb, DescriptorsAddUpAndTheUnitsAreAChain) {
-    for (const bool unitPresent : {true, false}) {
-        Host host(unitPresent ? "rate=5" : "xu=absent");
-        const auto all = host.control(USB_DIR_IN, USB_REQ_GET_DESCRIPTOR, 0x0200, 0, 9999).data;
-        ASSERT_GT(all.size(), 9U);
-        EXPECT_EQ(all[2] + 256U * all[3], all.size());
-        std::size_t told[2] = {};
-        std::size_t found[2] = {};
-        std::map<int, int> sources;
-        int bits = 0;
-        std::size_t at = 0;
-        for (int interface = -1; at + 2 < all.size() && all[at] > 0; at += all[at]) {
-            const auto* part = &all[at];
-            if (part[1] == USB_DT_INTERFACE) interface = part[2];
-            if (part[1] != USB_DT_CS_INTERFACE) continue;
-            ASSERT_TRUE(interface == 0 || interface == 1);
-            found[interface] += part[0];
-            if (part[2] == UVC_VC_HEADER) told[interface] = part[interface ? 4 : 5];
-            // Bits of the exposure and of selector 10.
-            if (interface == 0 && part[2] == UVC_VC_INPUT_TERMINAL) bits |= part[15];
-            if (interface == 0 && part[2] == UVC_VC_EXTENSION_UNIT) bits |= part[25] << 8;
-            const std::map<int, int> placeOfSource = {{3, 7}, {5, 4}, {6, 22}};
-            const auto place = placeOfSource.find(part[2]);
-            if (interface == 0 && place != placeOfSource.end()) {
-                sources[part[3]] = part[place->second];
-            }
-        }
-        EXPECT_EQ(at, all.size());
-        EXPECT_EQ(found[0], told[0]);
-        EXPECT_EQ(found[1], told[1]);
-        std::map<int, int> chain = {{3, 2}, {2, 1}};
-        if (unitPresent) chain = {{3, 6}, {6, 2}, {2, 1}};
-        EXPECT_EQ(sources, chain);
-        EXPECT_EQ(bits, unitPresent ? 0x208 : 0x008);
-    }
-}
-
 TEST(SimUsb, CardNameIsProductAndFunction) {
     Host host("card=Lab: Two");
     const auto text = [&](std::uint16_t index) {
@@ -188,61 +152,9 @@ TEST(SimUsb, CardNameIsProductAndFunction) {
     EXPECT_EQ(text(3).status, kStall) << "no serial number";
 }
 
-TEST(SimUsb, NegotiationOffersTheOnlyFormatWhateverIsWished) {
-    Host host("format=64x48,rate=0");
-    const auto transfer = host.bulk(16384);
-    EXPECT_EQ(host.control(kClassOut, UVC_SET_CUR, 0x0100, 1, 34, Text(34, 0xff)).status, 0);
-    EXPECT_TRUE(host.waited(transfer)) << "a probe starts nothing";
-    for (const auto request : {UVC_GET_CUR, UVC_GET_MIN, UVC_GET_MAX, UVC_GET_DEF}) {
-        const auto answer =
-            host.control(kClassIn, static_cast<std::uint8_t>(request), 0x0100, 1, 34);
-        uvc_streaming_control control = {};
-        ASSERT_EQ(answer.data.size(), sizeof control);
-        std::memcpy(&control, answer.data.data(), sizeof control);
-        EXPECT_EQ(control.bFormatIndex, 1);
-        EXPECT_EQ(control.bFrameIndex, 1);
-        EXPECT_EQ(control.dwFrameInterval, 10'000U);
-        EXPECT_EQ(control.dwMaxVideoFrameSize, kSmallFrame);
-        EXPECT_EQ(control.dwMaxPayloadTransferSize, kSmallFrame + 2) << "a frame is one payload";
-    }
-}
-
-TEST(SimUsb, IdentificationIsAnsweredOrRefusedAsTold) {
-    struct {
-        const char* keys;
-        std::size_t size;
-        int status;
-        int refusal;
-        int length;
-    } rows[] = {
-        {"xu=complete", 32, 0, 0, 32},         {"xu=short", 16, 0, 0, 32},
-        {"xu=length:40", 40, 0, 0, 40},        {"xu=refuse:EILSEQ", 0, kStall, 2, 32},
-        {"xu=refuse:EPIPE", 0, kStall, 0, 32}, {"xu=slow:0.01", 32, 0, 0, 32},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.keys);
-        Host host(row.keys);
-        EXPECT_EQ(host.number(UVC_GET_LEN, 10, kUnit, 2), row.length);
-        EXPECT_EQ(host.number(UVC_GET_INFO, 10, kUnit, 1), 1);
-        const auto answer = host.control(kClassIn, UVC_GET_CUR, 0x0a00, kUnit, 64);
-        EXPECT_EQ(answer.status, row.status);
-        ASSERT_EQ(answer.data.size(), row.size);
-        const std::string text(answer.data.begin(), answer.data.end());
-        EXPECT_EQ(text.substr(0, 16), std::string("HX02-V02.1-1A-L\0", row.size ? 16 : 0));
-        EXPECT_EQ(host.refusal(), row.refusal);
-        EXPECT_EQ(host.number(UVC_GET_MIN, 10, kUnit, 32), kStall);
-        EXPECT_EQ(host.refusal(), 7);
-    }
-}
-
 TEST(SimUsb, ExposureKeepsItsRangeAndItsRefusals) {
     Host host("exposure=2:900:300");
-    const std::pair<std::uint8_t, int> rows[] = {
-        {UVC_GET_MIN, 2},   {UVC_GET_MAX, 900}, {UVC_GET_RES, 1}, {UVC_GET_DEF, 300},
-        {UVC_GET_CUR, 300}, {UVC_GET_LEN, 4},   {UVC_GET_INFO, 3}};
-    for (const auto& [request, value] : rows) {
-        EXPECT_EQ(host.number(request, 4, kExposure, 4), value) << int{request};
-    }
+    EXPECT_EQ(host.number(UVC_GET_DEF, 4, kExposure, 4), 300);
     EXPECT_EQ(host.setExposure(0x84, 3), 0) << "900";
     EXPECT_EQ(host.setExposure(0x85, 3), kStall);
     EXPECT_EQ(host.refusal(), 4);
@@ -261,40 +173,10 @@ TEST(SimUsb, ExposureKeepsItsRangeAndItsRefusals) {
     }
 
     Host held("auto-exposure=held");
-    EXPECT_EQ(held.number(UVC_GET_CUR, 2, kExposure, 1), 8);
     EXPECT_EQ(held.setExposure(7, 0), kStall);
     EXPECT_EQ(held.refusal(), 2);
     EXPECT_EQ(held.control(kClassOut, UVC_SET_CUR, 0x0200, kExposure, 1, {1}).status, 0);
     EXPECT_EQ(held.setExposure(7, 0), 0);
-    EXPECT_EQ(Host("exposure=none").setExposure(7, 0), kStall);
-}
-
-TEST(SimUsb, FramesAreTheRampBehindATogglingHeader) {
-    Host host("format=64x48,rate=0");
-    for (const bool atOnce : {false, true}) {
-        for (int i = 0; atOnce && i < 3; ++i) host.bulk(16384);
-        host.commit();
-        int lastHeader = 0;
-        for (std::uint32_t f = 0; f < 3; ++f) {
-            const auto exposure = atOnce ? 3 : f + 1;
-            if (!atOnce) {
-                EXPECT_EQ(host.setExposure(static_cast<std::uint8_t>(exposure), 0), 0);
-            }
-            const auto frame = atOnce ? host.receive().data : host.frame(f == 1 ? 512 : 16384);
-            ASSERT_EQ(frame.size(), kSmallFrame + 2);
-            EXPECT_EQ(frame[0], 2);
-            EXPECT_EQ(frame[1] & ~UVC_STREAM_FID, UVC_STREAM_EOH | UVC_STREAM_EOF);
-            EXPECT_NE(frame[1], lastHeader);
-            lastHeader = frame[1];
-            for (std::size_t i = 0; i < kSmallFrame / 2; ++i) {
-                const auto word = i == 0 ? exposure : (i + 257 * f) % 65536;
-                ASSERT_EQ(frame[2 + 2 * i] + 256U * frame[3 + 2 * i], word) << i << " of " << f;
-            }
-        }
-        const auto end = host.control(USB_RECIP_ENDPOINT, USB_REQ_CLEAR_FEATURE, 0, 0x81, 0);
-        EXPECT_EQ(end.status, 0);
-        EXPECT_TRUE(host.waited(host.bulk(512))) << "the stream has ended";
-    }
 }
 
 TEST(SimUsb, UnlinkedTransfersAreNeverAnswered) {
