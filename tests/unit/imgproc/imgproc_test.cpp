@@ -160,10 +160,51 @@ TEST(NineChannels, AreTheSameOnEveryMachine) {
     EXPECT_EQ(hashOf(job.output), 8142233201567354270u);
 }
 
-// What is repeated outwards of a frame that has an interior is in the values above.
-TEST(NineChannels, AreRepeatedOutwardsWithoutAnInteriorToo) {
+// One pixel in the middle of 7 x 7, by hand: channel 1 of pixel (3, 3) is that of (3, 4).
+TEST(NineChannels, FollowTheThreeRules) {
+    Job job{7, 7, std::vector<double>(49, 100), std::vector<double>(9 * 49 + 48), {}};
+    const auto set = [&](int row, int col, double v) {
+        job.input[static_cast<std::size_t>(row * 7 + col)] = v;
+    };
+    const auto rightChannel = [&] {
+        job.run(reconstructNineChannelPlain);
+        const double plain = job.at(3, 3, 1);
+        job.run(reconstructNineChannel);
+        EXPECT_EQ(job.at(3, 3, 1), plain);
+        return plain;
+    };
+    set(3, 4, 40);
+    set(3, 1, 70);
+    set(3, 6, 90);
+    EXPECT_EQ(rightChannel(), std::fma(10.0, 0.3333333333333333, 40.0));
+    set(3, 6, 79.99);  // no longer similar: the other side
+    set(3, 0, 110);
+    EXPECT_EQ(rightChannel(), std::fma(-10.0, 0.6666666666666666, 70.0));
+    set(3, 0, 130);  // neither
+    EXPECT_EQ(rightChannel(), std::fma(40.0, 2.0, 70.0) * 0.3333333333333333);
+    set(3, 4, -400);
+    EXPECT_EQ(rightChannel(), 0.0);
+    // Beside a mask the pixel stops there: what it had done stays, what follows is left alone.
+    job.mask.assign(49 + 48, 0);
+    job.mask[Job::kGuard + 25] = 1;
+    std::fill(job.output.begin(), job.output.end(), -2.0);
+    job.run(reconstructNineChannel);
+    EXPECT_EQ(std::count(job.mask.begin(), job.mask.end(), 1), 49);  // the border repeats it
+    EXPECT_EQ(job.at(3, 3, 8), 100.0);  // up and to the left, the first direction
+    EXPECT_EQ(job.at(3, 3, 1), 0.0);    // where it stopped
+    EXPECT_EQ(job.at(3, 3, 3), -2.0);   // never reached
+}
+
+TEST(NineChannels, AreRepeatedOutwards) {
     Random random;
-    // What was in row 3 goes up, and from there down again.
+    Job job = random.job(9, 10, 480, 520, 0, -1);
+    job.run(reconstructNineChannel);
+    for (int row = 0; row < 9; ++row) {
+        for (int col = 0; col < 10; ++col) {
+            EXPECT_EQ(job.at(row, col, 4), job.at(std::clamp(row, 3, 5), std::clamp(col, 3, 6), 4));
+        }
+    }
+    // Without an interior what was in row 3 goes up, and from there down again.
     Job flat = random.job(5, 8, 480, 520, 0, -1);
     const Job before = flat;
     flat.run(reconstructNineChannel);
