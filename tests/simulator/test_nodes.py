@@ -371,7 +371,7 @@ def test_a_stall_ends_each_stream_after_its_frames():
     node = Node(STALLING)
     node.start(4)
     for _ in range(2):
-        assert [node.turn() for _ in range(3)] == [0, 1, 2] and node.poll(200) == 0
+        assert node.poll() and [node.turn() for _ in range(3)] == [0, 1, 2] and node.poll(200) == 0
         node.stream(False)
         for index in range(4):
             node.queue(index)
