@@ -2,10 +2,8 @@
 #include "camera/camera_uvc_linux.h"
 
 #include <cerrno>
-#include <cstdint>
 #include <memory>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "support/scripted_calls.h"
