@@ -170,14 +170,20 @@ def test_pictures(hxcam, folder):
         assert np.array_equal(picture.reshape(-1), samples)
 
 
-def test_lost_frames_are_counted(hxcam, folder):
-    # The camera delivers as fast as it is read, and compressing pictures is slower than that.
-    result = hxcam("capture", "-n", 12, "--png", "-o", folder, cameras=(HX02 + FAST,))
-    assert result.code == OK
-    came = numbers(stored(folder))
-    assert came == sorted(set(came))
-    told = int(re.search(r"(\d+) lost", result.err).group(1))
-    assert told == came[-1] + 1 - 12 > 0
+def test_lost_frames_are_counted(hxcam, tmp_path):
+    # The camera delivers as fast as it is read, and compressing pictures is slower than that. Where
+    # all is slow, a few frames may find room in the buffers.
+    for count in (12, 60):
+        taken = tmp_path / str(count)
+        result = hxcam("capture", "-n", count, "--png", "-o", taken, cameras=(HX02 + FAST,))
+        assert result.code == OK
+        came = numbers(stored(taken))
+        assert came == sorted(set(came))
+        told = int(re.search(r"(\d+) lost", result.err).group(1))
+        assert told == came[-1] + 1 - count
+        if told > 0:
+            return
+    pytest.fail("no frame was lost")
 
 
 def test_frames_for_nobody(hxcam, tmp_path):
