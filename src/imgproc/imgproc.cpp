@@ -117,9 +117,15 @@ void Reconstruction::loadMaskRow(int row) {
     const bool wasSet = isSet;
     isSet = anySet(in, there);
     if (!wasSet && !isSet) return;
-    std::fill_n(planes, kWindowRow, 0);
-    for (int i = 0; i < there; ++i) {
-        planes[i % 3 * kPlane + i / 3] = in[i] ? -1 : 0;
+    const int triples = there / 3;
+    for (int i = 0; i < triples; ++i) {
+        const bool* const marks = in + std::ptrdiff_t{3} * i;
+        planes[i] = -std::int64_t{marks[0]};
+        planes[kPlane + i] = -std::int64_t{marks[1]};
+        planes[2 * kPlane + i] = -std::int64_t{marks[2]};
+    }
+    for (int i = 3 * triples; i < kWindowRow; ++i) {
+        planes[i % 3 * kPlane + i / 3] = i < there && in[i] ? -1 : 0;
     }
     windows_->masks.filled();
 }
@@ -193,9 +199,12 @@ void Reconstruction::workBesideMask(int row, int triple, double* output) {
     kernel_.workBesideMask(windows_->values.centre(triple - first_),
                            windows_->masks.centre(triple - first_), row % 3, output, incomplete);
     const int column = kBorder + 3 * triple;
+    bool marks[kBlock][3];
+    for (int i = 0; i < kBlock; ++i) {
+        for (int phase = 0; phase < 3; ++phase) marks[i][phase] = incomplete[phase][i] != 0;
+    }
     const int there = std::min(kBlockPixels, frame_.cols - column);
-    bool* const work = work_ + frame_.index(row, column);
-    for (int i = 0; i < there; ++i) work[i] = incomplete[i % 3][i / 3] != 0;
+    std::memcpy(work_ + frame_.index(row, column), marks, static_cast<std::size_t>(there));
 }
 
 }  // namespace

@@ -74,9 +74,9 @@ struct NoMask {
     HX_INLINE void look(Similar) {}
 };
 
-// What becomes of a channel beside masked pixels; 0: it keeps what it has.
-constexpr std::int64_t kWritten = -1;
-constexpr std::int64_t kStopped = 1;  // here: its estimate needs a masked pixel
+// In place of an estimate, which is never negative: what becomes of the channel's old value.
+constexpr double kKept = -1.0;
+constexpr double kCutOff = -2.0;  // at 0, as the estimate needs a masked pixel
 
 // Whether each direction of a pixel needs a masked one.
 struct BesideMask {
@@ -87,10 +87,8 @@ struct BesideMask {
     HX_INLINE void look(Similar similar) {
         const auto at = [&](int steps)
                             HX_INLINE_LAMBDA { return load(mask + offset(Phase, Dr, Dc, steps)); };
-        const Bits first = at(1) | at(3);
-        const Bits second = at(-2) | at(-3);
-        const Bits third = at(1) | at(-2);
-        stop[3 * (Dr + 1) + Dc + 1] = similar.ahead ? first : similar.behind ? second : third;
+        const Bits notAhead = at(-2) | (similar.behind ? at(-3) : at(1));
+        stop[3 * (Dr + 1) + Dc + 1] = similar.ahead ? at(1) | at(3) : notAhead;
     }
 };
 
@@ -136,22 +134,21 @@ HX_INLINE void estimatePixels(const Around& p, Mask& mask, ChannelRows rows) {
 // Directions are done in their order, and none behind the first that stops. Returns where the pixel
 // is not complete.
 template <int Phase>
-HX_INLINE Bits outcomesOf(const BesideMask& beside, ChannelRows rows) {
+HX_INLINE Bits stopBesideMask(const BesideMask& beside, ChannelRows rows) {
     Bits alive = ~load(beside.mask + Index{Phase} * kPlane);
-    const auto next = [&](int direction) HX_INLINE_LAMBDA {
+    const auto next = [&](int direction, Vec& channel) HX_INLINE_LAMBDA {
         const Bits stop = beside.stop[direction];
-        const Bits result = (alive & ~stop & kWritten) | (alive & stop & kStopped);
+        channel = alive ? (stop ? all(kCutOff) : channel) : all(kKept);
         alive &= ~stop;
-        return reinterpret_cast<Vec>(result);
     };
-    for (int i = 0; i < 3; ++i) rows.above[(Phase + 2 + i) % 3] = next(i);
-    for (int i = 0; i < 3; ++i) rows.same[(Phase + 2 + i) % 3] = next(3 + i);
-    for (int i = 0; i < 3; ++i) rows.below[(Phase + 2 + i) % 3] = next(6 + i);
+    for (int i = 0; i < 3; ++i) next(i, rows.above[(Phase + 2 + i) % 3]);
+    for (int i = 0; i < 3; ++i) next(3 + i, rows.same[(Phase + 2 + i) % 3]);
+    for (int i = 0; i < 3; ++i) next(6 + i, rows.below[(Phase + 2 + i) % 3]);
     return ~alive;
 }
 
-template <int Unit, class Value, class Store>
-HX_INLINE void weave(const Vec* in, Value* output, const Store& storeLanes) {
+template <int Unit, class Store>
+HX_INLINE void weave(const Vec* in, double* output, const Store& storeLanes) {
     if constexpr (Unit == kLanes) {
 #pragma GCC unroll 27
         for (Index i = 0; i < kTripleValues; ++i) storeLanes(output + i * kLanes, in[i]);
@@ -203,32 +200,30 @@ void estimate(const double* centre, int rowPhase, double* values) {
 
 template <int Phase>
 HX_INLINE void estimateBesideMask(const double* centre, const std::int64_t* mask, int rowPhase,
-                                  Vec* values, Vec* outcomes, std::int64_t* incomplete) {
+                                  Vec* pixel, std::int64_t* incomplete) {
     BesideMask beside{mask};
-    constexpr Index first = Index{Phase} * kChannels;
-    estimatePixels<Phase>(Around(centre), beside, channelRows(values + first, rowPhase));
-    store(incomplete, outcomesOf<Phase>(beside, channelRows(outcomes + first, rowPhase)));
+    const ChannelRows rows = channelRows(pixel, rowPhase);
+    estimatePixels<Phase>(Around(centre), beside, rows);
+    store(incomplete, stopBesideMask<Phase>(beside, rows));
 }
 
 void workBesideMask(const double* centre, const std::int64_t* mask, int rowPhase, double* output,
                     Incomplete& incomplete) {
-    // The next block's old values; behind the end of a row they are other ones, which does no harm.
-    for (Index i = 0; i < kBlockValues; i += 8) __builtin_prefetch(output + kBlockValues + i, 1);
     for (Index i = 0; i < kBlock; i += kLanes) {
         Vec values[kTripleValues];
-        Vec outcomes[kTripleValues];
-        estimateBesideMask<0>(centre + i, mask + i, rowPhase, values, outcomes, incomplete[0] + i);
-        estimateBesideMask<1>(centre + i, mask + i, rowPhase, values, outcomes, incomplete[1] + i);
-        estimateBesideMask<2>(centre + i, mask + i, rowPhase, values, outcomes, incomplete[2] + i);
-        double* const first = output + i * kTripleValues;
-        std::int64_t woven[kLanes * kTripleValues];
-        weave<1>(outcomes, woven, store<Vec, std::int64_t>);
-        weave<1>(values, first, [&](double* to, Vec value) HX_INLINE_LAMBDA {
-            const Bits outcome = load(woven + (to - first));
+        estimateBesideMask<0>(centre + i, mask + i, rowPhase, values, incomplete[0] + i);
+        estimateBesideMask<1>(centre + i, mask + i, rowPhase, values + kChannels,
+                              incomplete[1] + i);
+        estimateBesideMask<2>(centre + i, mask + i, rowPhase, values + 2 * Index{kChannels},
+                              incomplete[2] + i);
+        const auto merge = [](double* to, Vec value) HX_INLINE_LAMBDA {
+            // What is old in the next block. Behind the last one of a row that does no harm.
+            __builtin_prefetch(to + kBlockValues, 1, 2);
             const Vec old = load(to);
-            const Bits zero = (outcome == kStopped) & (old < 0.0);
-            store(to, outcome == kWritten ? value : zero ? Vec{} : old);
-        });
+            const Vec kept = value == kCutOff ? notNegative(old) : old;
+            store(to, value < 0.0 ? kept : value);
+        };
+        weave<1>(values, output + i * kTripleValues, merge);
     }
 }
 
