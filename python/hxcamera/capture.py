@@ -7,7 +7,7 @@ import subprocess
 import tempfile
 import time
 
-from .container import COUNT, HEADER, RECORD, parse, table_offset
+from .container import container_size, parse
 
 # No frame is so large: a length beyond it would be waited for in vain.
 LARGEST_FRAME = 64 << 20
@@ -41,12 +41,14 @@ class Capture:
     camera    index, node, name or identification; needed when there are several
     count     frames to take, 0: until close()
     exposure  of all frames, in units of 100 us; None: as it is
-    timeout   longest wait for the start and for each frame, in seconds
+    timeout   longest wait for each frame, and for each of two steps of the start, in seconds
     program   the command hxcam, with words before it if need be
 
     Frames that wait because the program is slow are kept for a moment; then frames are lost. Use it
     in a with statement, or call close(): the camera is held until then.
     """
+
+    _child = None
 
     def __init__(self, camera=None, *, count=0, exposure=None, timeout=5.0, program=("hxcam",)):
         if timeout <= 0:
@@ -57,16 +59,23 @@ class Capture:
             command += ["--camera", str(camera)]
         if exposure is not None:
             command += ["--exposure", str(exposure)]
-        self._wait = timeout + GRACE_SECONDS
+        self._timeout = timeout
+        self._count = count
+        self._taken = 0
         self._pending = bytearray()
         # A file: a pipe that nobody reads would hold the child up when it is full.
         self._messages = tempfile.TemporaryFile()
         try:
             self._child = subprocess.Popen(command, stdin=subprocess.DEVNULL,
                                            stdout=subprocess.PIPE, stderr=self._messages)
-        except OSError:
+        except OSError as fault:
             self._messages.close()
-            raise
+            raise CameraError(f"{command[0]}: {fault.strerror}") from fault
+        self._output = select.poll()
+        self._output.register(self._child.stdout, select.POLLIN)
+
+    def __del__(self):
+        self.close()
 
     def __enter__(self):
         return self
@@ -80,16 +89,12 @@ class Capture:
     def __next__(self):
         if self._child is None:
             raise StopIteration
-        deadline = time.monotonic() + self._wait
-        if not self._fill(HEADER.size, deadline):
-            self._end()
-        table = table_offset(self._pending)
-        self._need(table + COUNT.size, deadline)
-        (entries,) = COUNT.unpack_from(self._pending, table)
-        size = table + COUNT.size + RECORD.size * entries
-        self._need(size, deadline)
-        container = bytes(self._pending[:size])
+        waits = 1 if self._taken else 3
+        deadline = time.monotonic() + waits * self._timeout + GRACE_SECONDS
+        size = container_size(lambda size: self._take(size, deadline))
+        container = bytes(self._take(size, deadline)[:size])
         del self._pending[:size]
+        self._taken += 1
         return parse(container)[0]
 
     def close(self):
@@ -106,26 +111,21 @@ class Capture:
             child.wait()
         self._messages.close()
 
-    def _need(self, size, deadline):
+    def _take(self, size, deadline):
+        """What was read, when `size` bytes of it are there."""
         if size > LARGEST_FRAME:
             self.close()
             raise CameraError(f"hxcam announced a frame of {size} bytes")
-        if not self._fill(size, deadline):
-            self._end()
-
-    def _fill(self, size, deadline):
-        """Reads until `size` bytes are there. False when the child ends before that."""
-        pipe = self._child.stdout.fileno()
         while len(self._pending) < size:
             left = max(0, deadline - time.monotonic())
-            if not select.select([pipe], [], [], left)[0]:
+            if not self._output.poll(1000 * left):
                 self.close()
                 raise CameraTimeout("hxcam does not answer")
-            data = os.read(pipe, READ_SIZE)
+            data = os.read(self._child.stdout.fileno(), READ_SIZE)
             if not data:
-                return False
+                self._end()
             self._pending += data
-        return True
+        return self._pending
 
     def _end(self):
         """The child has closed its output: the end, or the reason why."""
@@ -136,6 +136,6 @@ class Capture:
         self._messages.seek(0)
         text = self._messages.read().decode(errors="backslashreplace").strip()
         self.close()
-        if code == 0:
+        if code == 0 and not self._pending and self._taken == self._count:
             raise StopIteration
         raise ERRORS.get(code, CameraError)(text or f"hxcam ended with status {code}")

@@ -17,6 +17,8 @@ ELEMENTS = ("<u1", "<u2", "<u4", "<u1", "<u1", "<u4", "<u8")
 NAMES = {4: "width", 5: "height", 6: "depth", 7: "time", 8: "identification",
          9: "library_version", 10: "exposure", 11: "gain", 12: "spectral_resolution"}
 TAG_TYPE, TAG_COUNT, TAG_OFFSET = 1, 2, 3
+# Entries may overlap. All payloads together may have so many times the bytes of the container.
+MOST_OVERLAP = 8
 
 
 class ContainerError(ValueError):
@@ -55,16 +57,40 @@ def read(path):
     """The frames of a container file, one after the other, or those of all .hxc files of a folder
     in the order of their names."""
     path = pathlib.Path(path)
-    files = sorted(path.glob("*.hxc")) if path.is_dir() else [path]
+    files = [path]
+    if path.is_dir():
+        files = sorted(file for file in path.glob("*.hxc") if file.is_file())
+        if not files:
+            raise FileNotFoundError(f"{path}: there are no .hxc files in this folder")
     for file in files:
-        data = file.read_bytes()
-        end = 0
-        while end < len(data) or end == 0:
-            try:
-                frame, end = parse(data, end)
-            except ContainerError as fault:
-                raise ContainerError(fault.offset, fault.text, file) from None
-            yield frame
+        with file.open("rb") as stream:
+            offset = 0
+            while stream.peek(1) or offset == 0:
+                try:
+                    frame, size = parse(_next_container(stream))
+                except ContainerError as fault:
+                    raise ContainerError(offset + fault.offset, fault.text, file) from None
+                offset += size
+                yield frame
+
+
+def _next_container(stream):
+    data = bytearray()
+
+    def take(size):
+        data.extend(stream.read(size - len(data)))
+        if len(data) < size:
+            raise ContainerError(len(data), "cut off")
+        return data
+
+    return bytes(take(container_size(take)))
+
+
+def container_size(take):
+    """The length of a frame's container; take(n) is to return its first n bytes, or more."""
+    table = table_offset(take(HEADER.size))
+    (count,) = COUNT.unpack_from(take(table + COUNT.size), table)
+    return table + COUNT.size + RECORD.size * count
 
 
 def table_offset(header):
@@ -88,10 +114,14 @@ def _payloads(view):
     if size > len(view):
         raise ContainerError(len(view), "cut off in its table")
     payloads = {}
+    left = MOST_OVERLAP * size
     for i in range(count):
         at = table + COUNT.size + RECORD.size * i
         tag, kind, number, offset = RECORD.unpack_from(view, at)
         payloads[tag] = (at, kind, _array(view, at, kind, number, offset))
+        left -= payloads[tag][2].nbytes
+        if left < 0:
+            raise ContainerError(at, f"payloads exceed {MOST_OVERLAP} times the container")
     return payloads, size
 
 
@@ -105,17 +135,18 @@ def _array(view, at, kind, number, offset):
 
 
 def _samples(view, payloads):
-    def number(tag):
-        at, _, elements = payloads.get(tag, (0, 0, ()))
-        if len(elements) == 0:
-            raise ContainerError(at, f"it has no entry with tag {tag}")
-        return int(elements[0])
+    def number(tag, size=0):
+        at, _, elements = payloads.get(tag, (0, 0, np.empty(0)))
+        if elements.nbytes < max(size, 1):
+            raise ContainerError(at, f"it has no entry with tag {tag}, or a short one")
+        # The three that describe the samples are told by their bytes, whatever type they have.
+        return int.from_bytes(elements.tobytes()[:size], "little") if size else int(elements[0])
 
     at = payloads.get(TAG_OFFSET, (0,))[0]
-    count, width, height = number(TAG_COUNT), number(4), number(5)
-    if number(TAG_TYPE) != 1 or width * height != count or count == 0:
+    count, width, height = number(TAG_COUNT, 4), number(4), number(5)
+    if number(TAG_TYPE, 2) != 1 or width * height != count or count == 0:
         raise ContainerError(at, f"{count} samples are no picture of {width} x {height}")
-    return _array(view, at, 1, count, number(TAG_OFFSET)).reshape(height, width)
+    return _array(view, at, 1, count, number(TAG_OFFSET, 4)).reshape(height, width)
 
 
 def _entries(payloads):

@@ -3,6 +3,7 @@
 
 import os
 import pathlib
+import struct
 import subprocess
 import sys
 import time
@@ -73,11 +74,26 @@ def test_a_child_that_hangs_is_ended():
     assert time.monotonic() - start < 30
 
 
-def test_close_frees_the_camera_in_the_middle():
+def test_the_camera_is_freed_in_the_middle():
     with hxcamera.Capture(program=simulated(CAMERA)) as frames:
         next(frames)
-        child = frames._child
-    assert child.returncode is not None
+        closed = frames._child
+    frames = hxcamera.Capture(program=simulated(CAMERA))
+    next(frames)
+    abandoned = frames._child
+    del frames
+    assert closed.returncode is not None and abandoned.returncode is not None
+
+
+def test_an_early_end_is_no_good_end():
+    """Whatever the exit status says, which is 0 for who ignores SIGCHLD."""
+    for words in (f"cat {DATA}/hx01.hxc", f"cat {DATA}/hx01.hxc; head -c 99 {DATA}/hx01.hxc"):
+        frames = hxcamera.Capture(count=2, program=["sh", "-c", words])
+        next(frames)
+        with pytest.raises(hxcamera.CameraError, match="status 0"):
+            next(frames)
+    with pytest.raises(hxcamera.CameraError, match="no-such-hxcam"):
+        hxcamera.Capture(program=["no-such-hxcam"])
 
 
 def test_files_and_folders(tmp_path):
@@ -95,6 +111,25 @@ def test_files_and_folders(tmp_path):
         frames[0].samples[0, 0] = 0
     (extra,) = hxcamera.read(DATA / "unknown-type.hxc")
     assert extra.entries[100].size == 0 and 101 in extra.entries
+    (tmp_path / "empty").mkdir()
+    with pytest.raises(FileNotFoundError, match="no .hxc files"):
+        list(hxcamera.read(tmp_path / "empty"))
+
+
+def test_entries_are_read_as_the_library_reads_them():
+    whole = (DATA / "hx01.hxc").read_bytes()
+    table = int.from_bytes(whole[4:8], "little")
+    offset_entry = table + 2 + 2 * 12
+    assert whole[offset_entry:offset_entry + 8] == struct.pack("<HHI", 3, 2, 1)
+    in_halves = whole[:offset_entry] + struct.pack("<HHI", 3, 1, 2) + whole[offset_entry + 8:]
+    assert np.array_equal(hxcamera.parse(in_halves)[0].samples, hxcamera.parse(whole)[0].samples)
+    short = whole[:offset_entry] + struct.pack("<HHI", 3, 1, 1) + whole[offset_entry + 8:]
+    with pytest.raises(hxcamera.ContainerError, match="short"):
+        hxcamera.parse(short)
+    many = whole[:table] + struct.pack("<H", 418) + whole[table + 2:] + b"".join(
+        struct.pack("<HHII", 100 + i, 4, table, 0) for i in range(400))
+    with pytest.raises(hxcamera.ContainerError, match="8 times"):
+        hxcamera.parse(many)
 
 
 def test_every_cut_and_every_changed_byte_is_an_error_or_a_frame(tmp_path):
