@@ -32,26 +32,29 @@ static bool describe(HxCameraContextTag* camera, struct Range* range) {
     return true;
 }
 
-/* Frames of the old exposure wait in the driver's ring of 20: at most so many are passed over. */
+/* Up to 20 frames of the old exposure wait in the driver's ring, and a few are on their way. A
+ * camera with V01 in its identification does not tell them apart: it answers with the setting. */
+enum { FRAMES_UNDER_WAY = 25 };
+
 static bool setAndWait(HxCameraContextTag* camera, unsigned int wanted) {
     if (controlHxCamera(camera, HX_CMD_SET_EXPOSURE, &wanted) != HX_OK) {
         fprintf(stderr, "the exposure was not set\n");
         return false;
     }
-    for (int frames = 1; frames <= 25; ++frames) {
+    for (int i = 0; i < FRAMES_UNDER_WAY; ++i) {
         unsigned long size = 0;
-        unsigned int now = 0;
         if (getHxData(camera, &size) == NULL) {
             fprintf(stderr, "the camera was lost\n");
             return false;
         }
-        if (controlHxCamera(camera, HX_CMD_GET_EXPOSURE, &now) == HX_OK && now == wanted) {
-            printf("exposure %u in force after %d frames\n", now, frames);
-            return true;
-        }
     }
-    fprintf(stderr, "the camera does not use exposure %u\n", wanted);
-    return false;
+    unsigned int now = 0;
+    if (controlHxCamera(camera, HX_CMD_GET_EXPOSURE, &now) != HX_OK || now != wanted) {
+        fprintf(stderr, "the camera does not use exposure %u\n", wanted);
+        return false;
+    }
+    printf("exposure %u in force after %d frames\n", now, FRAMES_UNDER_WAY);
+    return true;
 }
 
 /* The value of the command line, 0 when it is no exposure of this camera. */
