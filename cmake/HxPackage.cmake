@@ -2,6 +2,12 @@
 # tree may be moved.
 include(CMakePackageConfigHelpers)
 
+foreach(folder LIBDIR INCLUDEDIR)
+  if(IS_ABSOLUTE "${CMAKE_INSTALL_${folder}}")
+    message(FATAL_ERROR "CMAKE_INSTALL_${folder} must be relative to the prefix")
+  endif()
+endforeach()
+
 set(pkgconfig_folder ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 file(RELATIVE_PATH HX_PREFIX_FROM_PKGCONFIG
   ${CMAKE_INSTALL_PREFIX}/${pkgconfig_folder} ${CMAKE_INSTALL_PREFIX})
