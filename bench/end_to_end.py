@@ -9,6 +9,7 @@ frames, so that its start does not count. All processes of a run are counted, th
 too: v4l2-ctl, which looks at no frame, shows how much that is.
 """
 import os
+import shlex
 import statistics
 import subprocess
 import sys
@@ -26,21 +27,26 @@ PROGRAMS = {
     "hxcam capture --null": "{bin}/hxcam capture -n {count} --null --quiet",
     "hxcam capture --null --pull": "{bin}/hxcam capture -n {count} --null --quiet --pull",
     "hxcam capture -o - | cat":
-        "sh -c '{bin}/hxcam capture -n {count} -o - --quiet | cat >/dev/null'",
+        "{bin}/hxcam capture -n {count} -o - --quiet | cat >/dev/null",
 }
 
 
 def run(binaries, command, count):
     """Seconds of the clock and of the processors; None when the program fails."""
-    command = command.replace("{bin}", binaries).replace("{node}", NODE)
+    command = command.format(bin=shlex.quote(binaries), node=NODE, count=count)
     words = [f"{binaries}/hx-sim", "--camera", "HX02-V02.1-12345A-L,rate=0", "--",
-             "sh", "-c", f"exec {command.replace('{count}', str(count))}"]
+             "bash", "-o", "pipefail", "-c", command]
     before, start = os.times(), time.monotonic()
     done = subprocess.run(words, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=False)
     after = os.times()
     spent = (after.children_user + after.children_system
              - before.children_user - before.children_system)
     return (time.monotonic() - start, spent) if done.returncode == 0 else None
+
+
+def figure(value, text):
+    """Of too few frames a difference may be lost in the noise."""
+    return text if value > 0 else "-"
 
 
 def main():
@@ -59,7 +65,10 @@ def main():
             print(f"| {name:<28} | failed | |")
             continue
         clock, spent = (statistics.median(times) for times in zip(*runs))
-        print(f"| {name:<28} | {1 / max(clock, 1e-6):8.0f} | {1000 * spent:20.2f} |")
+        rate = figure(clock, f"{1 / max(clock, 1e-6):.0f}")
+        print(f"| {name:<28} | {rate:>8} | {figure(spent, f'{1000 * spent:.2f}'):>20} |")
+    failed = [name for name, runs in results.items() if name.startswith("hxcam") and not runs]
+    sys.exit(f"failed: {', '.join(failed)}" if failed else 0)
 
 
 if __name__ == "__main__":

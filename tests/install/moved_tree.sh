@@ -17,6 +17,12 @@ if grep -rIl -e "$folder/first" -e "$root" "$tree"; then
     echo "these files hold a path of the build" >&2
     exit 1
 fi
+while read -r file; do
+    if readelf -d "$file" 2>/dev/null | grep -E 'R(UN)?PATH' | grep -v '\[[$]ORIGIN'; then
+        echo "$file looks for its libraries in a fixed folder" >&2
+        exit 1
+    fi
+done < <(find "$tree" -type f -perm -u+x -o -name '*.so*' -type f)
 export PATH=$tree/bin:$PATH
 export PKG_CONFIG_PATH=$tree/$libdir/pkgconfig
 export CMAKE_PREFIX_PATH=$tree

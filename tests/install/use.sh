@@ -28,6 +28,7 @@ sed -n '/^```c$/,/^```$/p' "$readme" | sed '1d;$d' >first.c
 camera ./first | grep -qx '3840315 bytes in first.hxc' || failed "program of the README"
 
 try_examples() {
+    set -o pipefail
     ./push | grep -q '^10 frames stored' || failed push
     ./pull | grep -qx '3840315 bytes in pull.hxc' || failed pull
     ./exposure 300 | grep -q '^exposure 300 in force' || failed exposure
