@@ -273,7 +273,7 @@ constexpr Key kKeys[] = {
     {"serial", setSerial, "TEXT", "TEXT", "serial number of the device (none)"},
     {"fault", addFault, "CALL:N=ERRNO", "", "the N-th CALL of a process fails; N = *: each one"},
     {"ring", setRing, "N", "", "grants at most N buffers"},
-    {"format", setFormat, "refuse|WxH", "WxH", "the only size (1600x1200); refuse: not even that"},
+    {"format", setFormat, "refuse|WxH", "WxH", "the only size (1600x1200), if any"},
     {"auto-exposure", setAutoExposure, "held", "held",
      "an auto-exposure control holds the exposure"},
     {"xu", setUnit, kUnitForm, kUnitForm, "how the identification is told (complete)"},

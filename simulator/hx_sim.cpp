@@ -42,9 +42,8 @@ std::string footer() {
         "  hx-sim --camera HX02-V02.1-12345A-L -- v4l2-ctl --list-devices\n"
         "  hx-sim --camera HX01-V01.0-10001A,rate=5,scene=target -- PROGRAM\n"
         "  hx-sim --camera HX02-V02.1-12345A-L,fault=mmap:3=ENOMEM -- PROGRAM\n\n"
-        "Ends with the command's status (128 + N after signal N), 2 for a wrong option, 127 when "
-        "the\n"
-        "command is not found.\n\n"
+        "Ends with the command's status (128 + N after signal N), 1 when the cameras cannot be\n"
+        "made, 2 for a wrong option, 126 or 127 when the command cannot be run or found.\n\n"
         "hx-sim usb plugs cameras into the kernel instead, for every program; see hx-sim usb "
         "--help.\n",
         keyHelp(FrontEnd::preload), fmt::join(kCallNames, " "));

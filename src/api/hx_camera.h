@@ -20,12 +20,14 @@
  * thread captures: no lock is taken, the device answers between two frames.
  *
  * Messages: when a step on a device fails, one line goes to the standard error stream. Nothing is
- * printed otherwise, and no file, environment variable or configuration is read.
+ * printed otherwise, and no file, environment variable or configuration is read but the time zone
+ * of the frames' time stamps (TZ, /etc/localtime).
  *
  * Exceptions: the functions are written in C++ and declared for C. The standard library's
- * exceptions (allocation failure; std::out_of_range for an identification text that is cut short)
- * pass out of enumHxCamera; one that arises in the capture thread ends the process. An application
- * that must outlive such a fault runs the library in a process of its own.
+ * exceptions pass out of enumHxCamera (allocation failure; std::out_of_range for an identification
+ * text that is cut short), openHxCamera (std::system_error when no thread can be started) and
+ * getHxData (allocation failure); one that arises in the capture thread ends the process. An
+ * application that must outlive such a fault runs the library in a process of its own.
  */
 #ifndef HX_CAMERA_H
 #define HX_CAMERA_H
@@ -71,10 +73,9 @@ typedef void (*HxCameraCallback)(unsigned char* data, unsigned long size, void* 
 
 /** What the int functions return. */
 enum HxResult {
-    HX_OK = 0,        /**< done */
-    HX_NO_CAMERA = 1, /**< enumHxCamera: no camera was found */
-    HX_REFUSED = 2, /**< null handle or list, handle not open, no callback registered, or the camera
-                       refused */
+    HX_OK = 0,              /**< done */
+    HX_NO_CAMERA = 1,       /**< enumHxCamera: no camera was found */
+    HX_REFUSED = 2,         /**< null handle or list, handle not open, or no callback registered */
     HX_UNKNOWN_COMMAND = 4, /**< controlHxCamera: no such command */
 };
 
@@ -90,15 +91,16 @@ enum HxCommand {
         1, /**< out, unsigned int (32 bits): smallest exposure. Open or closed handle. */
     /**
      * in, unsigned int (32 bits): set the exposure. Open handle only. The value goes to the driver
-     * as it is; the driver clamps it to the range. HX_OK says that it was sent, not that it took
-     * effect: read it back.
+     * as it is; the driver clamps it to the range. HX_OK says that the handle is open and no more:
+     * for a camera that refuses or was lost, a line is printed and the result is the same. Read it
+     * back ("V01"), or wait for a frame that tells it ("V02"; see HX_CMD_GET_EXPOSURE).
      */
     HX_CMD_SET_EXPOSURE = 2,
     /**
      * out, unsigned int (32 bits): current exposure. Open handle only. Cameras that report their
      * exposure inside the frame ("V02" in the identification text) answer with that of the last
-     * frame, 0 before the first one; the others
-     * ("V01") are asked, and 0 stands for "no answer".
+     * frame, 0 before the first one; the others ("V01") are asked, and 0 stands for "no answer".
+     * Their answer is the setting: frames that were under way when it was made come after it.
      */
     HX_CMD_GET_EXPOSURE = 3,
     HX_CMD_HAS_LAMP =
