@@ -18,7 +18,10 @@ files >/tmp/before
 apt-get -qq update
 apt-get -qq install -y --no-install-recommends "${archives[@]}" \
     >/tmp/log 2>&1 || { cat /tmp/log; exit 1; }
-[ -z "$(dpkg --verify "${packages[@]}" | tee /dev/stderr)" ]
+if ! changed=$(dpkg --verify "${packages[@]}") || [ -n "$changed" ]; then
+    echo "$changed" >&2
+    exit 1
+fi
 
 runuser -u tester -- /test/use.sh /usr/share/doc/libhx-camera-dev/examples /test/README.md
 runuser -u tester -- hx-sim --camera HX01-V01.0-22222E,unplug=2 -- python3 -c '
